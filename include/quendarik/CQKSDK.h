@@ -1,0 +1,223 @@
+// Quendarik: real-time 3-D audio. The one class a host program uses.
+//
+// Construct a CQKSDK (the engine thread is running when the constructor returns), choose a
+// world, add sound sources (qk_Ssrc_Add_*), at least one listener (qk_Vrcv_Add) and virtual
+// sources that each play one sound source (qk_Vsrc_Add), then qkPlay. Move things while it
+// plays; qkStop; destroy.
+//
+// Results: 0 success, -1 not found / not allowed / failed, -2 a second kind of failure where
+// an operation says so. Nothing throws. Ids are ints; sound sources and rendering objects
+// (virtual sources, listeners) count separately, so their ids may coincide.
+//
+// Texts for the user (a file that can't be read, an unsupported kind of file) go to the
+// handler installed with qk_Appl_Register_On_Message, or to standard error.
+//
+// Threads: every operation may be called from any host thread. Setters of scalar values and
+// positions work without the engine lock and take effect at the next block; a host that wants
+// several changes to land in one block brackets them with qk_Enter_CS / qk_Leave_CS. qkStop
+// and the destructor wait for the engine thread and must not be called from the values
+// callback, which runs on the engine thread.
+//
+// Output buffers of char * are written without a length: give them room for 512 characters.
+#pragma once
+
+#include <string>
+
+namespace qk {
+class CObject;
+}
+class CQUENDARIK_PROCESSOR;
+
+// Severity of a reported text.
+enum { QK_MSG_INFO = 0, QK_MSG_WARNING = 1, QK_MSG_ERROR = 2, QK_MSG_QUESTION = 3 };
+// Answers to a question (QK_MSG_QUESTION); without a handler every question is answered No.
+enum { QK_ANSWER_OK = 1, QK_ANSWER_YES = 6, QK_ANSWER_NO = 7 };
+
+// Receives every text the library shows to its user. Runs on the thread that found the
+// problem (possibly the engine thread) and must return promptly.
+typedef int (*QK_ON_MESSAGE)(unsigned long user, const char *text, const char *caption,
+                             int severity);
+
+// The values callback, passed as an unsigned long: called after every block on the engine
+// thread inside the engine lock, with (user word, left, right, frames, bits, channels, rate,
+// gain). It must not call qkStop or wait for the engine.
+typedef void (*QK_ON_VALUES)(unsigned long user, float *left, float *right, int frames, int bits,
+                             int channels, int rate, float gain);
+
+class CQKSDK {
+public:
+    CQKSDK();
+    virtual ~CQKSDK();
+    CQKSDK(const CQKSDK &) = delete;
+    CQKSDK &operator=(const CQKSDK &) = delete;
+
+    // Frame
+    int qkInit();
+    int qkQuit();
+    int qkPlay();
+    int qkStop();
+    int qkPause();
+    int qk_Set_Playback_State(int iState);
+    int qk_Get_Playback_State(int &iState);
+    int qk_Enter_CS();
+    int qk_Leave_CS();
+    int qk_Dlg_Settings(int iArg);
+    int qk_File_Open(const char *pcPath, qk::CObject *pExtra);
+    int qk_File_Save(const char *pcPath, qk::CObject *pExtra);
+
+    // Appl
+    int qk_Appl_Get(char *&pcBuffer);
+    int qk_Appl_Set(const char *pcName);
+    int qk_Appl_Register_On_Values(unsigned long ulCallback, unsigned long ulUser);
+    int qk_Appl_UnRegister_On_Values();
+    // Installs the handler of reported texts (null: back to standard error). Process-wide.
+    int qk_Appl_Register_On_Message(QK_ON_MESSAGE pfnCallback, unsigned long ulUser);
+
+    // Wrld
+    int qk_Wrld_None();
+    int qk_Wrld_Preset(int iPreset);
+    int qk_Wrld_ShoeBox(float a, float b, float c);
+    int qk_Wrld_Trapezium(float a, float b, float c, float d);
+    int qk_Wrld_Import(const char *pcPath);
+    int qk_Wrld_Set_File_Full(const char *pcPath);
+    int qk_Wrld_Get_File_Full(char *pcBuffer);
+    int qk_Wrld_Set_File(const char *pcName);
+    int qk_Wrld_Get_File(char *pcBuffer);
+    int qk_Wrld_Get(void *&pWorld);
+    int qk_Wrld_Get_Model(int &iModel);
+    int qk_Wrld_ReInitialize();
+    int qk_Wrld_Generate_Default(const char *pcName);
+
+    // Ssrc: sound sources
+    int qk_Ssrc_Add_Gauss(int &iID);
+    int qk_Ssrc_Add_File(int &iID, const char *pcPath);
+    int qk_Ssrc_File_Set(int &iID, const char *pcPath);
+    int qk_Ssrc_File_GetInfo(int &iID, char *pcInfo1, char *pcInfo2, int *piInfo);
+    int qk_Ssrc_Add_Winamp(int &iID);
+    int qk_Ssrc_Add_VST(int &iID);
+    int qk_Ssrc_Add_DXi2(int &iID);
+    int qk_Ssrc_Add_WMP(int &iID);
+    int qk_Ssrc_Add_SoundCard(int &iID, int iDevice);
+    int qk_Ssrc_Gen_Samples_1P(int iID, void *pData, int iLength, int iBits, int iChannels,
+                               int iSampleRate);
+    int qk_Ssrc_Gen_Samples_2P(int iID, void **ppData, int iLength, int iBits, int iChannels,
+                               int iSampleRate);
+    int qk_Ssrc_Get_Enable(int iID, int &iEnable);
+    int qk_Ssrc_Set_Enable(int iID, int iEnable);
+
+    // Asnk: the output device (-1 default, -2 none, 0..n-1 a device)
+    int qk_Asnk_Set(int iDevice);
+    int qk_Asnk_Get(int &iDevice);
+
+    // Vsrc: virtual sources
+    int qk_Vsrc_Add(int &iID, int iSoundID, int iAudioLink, float x, float y, float z,
+                    const char *pcName);
+    int qk_Vsrc_Remove(int iID);
+    int qk_Vsrc_Set_Position(int iID, float x, float y, float z);
+    int qk_Vsrc_Get_Position(int iID, float &x, float &y, float &z);
+    int qk_Vsrc_Upd_Position(int iID);
+    int qk_Vsrc_Get_Binaural_Position(int iID, float &fDistance, float &fAzimuth,
+                                      float &fElevation);
+    int qk_Vsrc_Get_First();
+    int qk_Vsrc_Get_Next(int &iID);
+    int qk_Vsrc_Get_Enable(int iID, int &iEnable);
+    int qk_Vsrc_Set_Enable(int iID, int iEnable);
+    int qk_Vsrc_Get_AudioLink(int iID, int &iAudioLink);
+    int qk_Vsrc_Set_AudioLink(int iID, int iAudioLink);
+    int qk_Vsrc_Get_Description(int iID, char *pcBuffer);
+    int qk_Vsrc_Set_Description(int iID, const char *pcDescription);
+    int qk_Vsrc_OGL_Get_VRSource(int iID, void *&pVRSource);
+    int qk_Vsrc_Get_BIR(int iID, float *&pfLeft, float *&pfRight, int &iLength);
+    int qk_Vsrc_Get_ID(int iID, int &iOut);
+    int qk_Vsrc_Get_Name(int iID, std::string &strName);
+    int qk_Vsrc_Get_3DSourceWavID(int iID, int &iWavID);
+    int qk_Vsrc_Set_3DSourceWavID(int iID, int iWavID);
+
+    // Vrcv: listeners
+    int qk_Vrcv_Add(int &iID);
+    int qk_Vrcv_Set_Position_LookAt(int iID, float x, float y, float z, float lx, float ly,
+                                    float lz);
+    int qk_Vrcv_Get_Data(int iID, float *&pfData);
+    int qk_Vrcv_Get_Position_LookAt(int iID, float &x, float &y, float &z, float &lx, float &ly,
+                                    float &lz);
+    int qk_Vrcv_Upd_Position(int iID);
+
+    // HRTF data sets
+    int qk_HRTF_Set_Full(const char *pcPath);
+    int qk_HRTF_Get_Full(char *pcBuffer);
+    int qk_HRTF_Set(const char *pcName);
+    int qk_HRTF_Get(char *pcBuffer);
+    int qk_HRTF_CTC_Set_Full(const char *pcPath);
+    int qk_HRTF_CTC_Get_Full(char *pcBuffer);
+    int qk_HRTF_CTC_Set(const char *pcName);
+    int qk_HRTF_CTC_Get(char *pcBuffer);
+    int testHRTFSet(int i1, float f2, int i3, int i4, int i5, int i6, int i7);
+
+    // Siml: simulation settings
+    int qk_Siml_Set_3DAudio(int iValue);
+    int qk_Siml_Get_3DAudio(int &iValue);
+    int qk_Siml_Set_CTCIfNot3DAudio(int iValue);
+    int qk_Siml_Get_CTCIfNot3DAudio(int &iValue);
+    int qk_Siml_Set_ReverbDryLevel(float fValue);
+    int qk_Siml_Get_ReverbDryLevel(float &fValue);
+    int qk_Siml_Set_AGC(int iValue);
+    int qk_Siml_Get_AGC(int &iValue);
+    int qk_Siml_Set_SpecularOrder(int iValue);
+    int qk_Siml_Get_SpecularOrder(int &iValue);
+    int qkSimReflections(int iValue);
+    int qkSimSetBlockLength(int iValue);
+    int qk_Siml_Set_PO(int iValue);
+    int qk_Siml_Get_PO(int &iValue);
+    int qkSimSetCrossTalkAzimuth(int iAzimuth);
+    int qkSimSetCrossTalkElevation(int iElevation);
+    int qk_Siml_Set_PostEQ(int iValue);
+    int qk_Siml_Get_PostEQ(int &iValue);
+    int qk_Siml_Set_Gain(float fValue);
+    int qk_Siml_Get_Gain(float &fValue);
+    int qk_Siml_Set_Gain_LSF(float fValue);
+    int qk_Siml_Get_Gain_LSF(float &fValue);
+    int qk_Siml_Set_Frequency_LSF(float fValue);
+    int qk_Siml_Get_Frequency_LSF(float &fValue);
+    int qk_Siml_Set_Gain_HSF(float fValue);
+    int qk_Siml_Get_Gain_HSF(float &fValue);
+    int qk_Siml_Set_Frequency_HSF(float fValue);
+    int qk_Siml_Get_Frequency_HSF(float &fValue);
+    int qk_Siml_Process_WinAmp(int iSamples, int iBits, int iChannels, int iSampleRate);
+    // Blocks the engine's play loop has made since the last qkPlay (a diagnostic count).
+    int qk_Siml_Get_Blocks(int &iBlocks);
+
+    // CTC: cross-talk canceller
+    int qk_CTC_Set_TES(float fValue);
+    int qk_CTC_Get_TES(float &fValue);
+    int qk_CTC_Set_Parameters(float fDistL, float fAzL, float fElL, float fDistR, float fAzR,
+                              float fElR);
+    int qk_CTC_Get_Parameters(float &fDistL, float &fAzL, float &fElL, float &fDistR,
+                              float &fAzR, float &fElR);
+
+    // SFM: sound field model
+    int qk_SFM_Set(int iModel);
+    int qk_SFM_Get(int &iModel);
+    int qk_SFM_Set_Material_Coeffs(int iCount);
+    int qk_SFM_Get_Material_Coeffs(int &iCount);
+    int qk_SFM_Get_DirPreComputedWav(std::string &strDir);
+    int qk_SFM_Set_DirPreComputedWav(const char *pcDir);
+    int qk_SFM_PreComputeWav();
+
+    // Save_Wave: recording of the output
+    int qk_Save_Wave_Start(std::string strName);
+    int qk_Save_Wave_Stop();
+
+    // Research switches: "ORMS", "GRAPH_BIR", "INFO", "ONEREVERB" (exact case)
+    int qk_Research_Set_BOOL(const char *pcKey, int iValue);
+    int qk_Research_Get_BOOL(const char *pcKey, int &iValue);
+    int qk_Research_Set_INT(const char *pcKey, int iValue);
+    int qk_Research_Get_INT(const char *pcKey, int &iValue);
+
+private:
+    void *m_posVsrc = nullptr;          // cursor of qk_Vsrc_Get_First / _Next
+    void *m_hSettingsModule = nullptr;  // the loaded settings-dialog module
+    void *m_pfnDlgSettings = nullptr;   // its entry
+    int m_iPlaying = 0;                 // 1 between qkPlay and qkStop
+    CQUENDARIK_PROCESSOR *m_pProcessor = nullptr;  // the engine; owned
+    int m_iThreaded = 1;  // 1: the engine runs on its own thread
+};

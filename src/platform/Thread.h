@@ -1,0 +1,67 @@
+// A thread with its own message queue, the stand-in of the framework's UI thread. Messages
+// are posted from any thread; the owning thread peeks, pumps one at a time, or runs a loop
+// until the quit message.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <thread>
+
+namespace qk {
+
+constexpr unsigned kMsgQuit = 18;  // the quit message ends the pump
+
+struct ThreadMessage {
+    unsigned message = 0;
+    uintptr_t wParam = 0;
+    intptr_t lParam = 0;
+};
+
+class CWinThread {
+public:
+    CWinThread() = default;
+    CWinThread(const CWinThread &) = delete;
+    CWinThread &operator=(const CWinThread &) = delete;
+    // Joins the thread if it still runs; a derived class must have ended it before its own
+    // members go (see Join).
+    virtual ~CWinThread();
+
+    // Starts the thread: InitInstance, then Run when it succeeded, then ExitInstance.
+    // bRealTime asks for real-time scheduling and silently keeps normal priority when the
+    // system refuses it.
+    bool CreateThread(bool bRealTime);
+    // Waits for the thread to end. Safe to call more than once and from the destructor.
+    void Join();
+
+    // Queues a message for this thread. Thread-safe; never blocks.
+    void PostThreadMessage(unsigned message, uintptr_t wParam, intptr_t lParam);
+    // True when a message is waiting.
+    bool PeekMessage() const;
+    // Waits for one message and runs it. Returns false when it was the quit message.
+    bool PumpMessage();
+
+    virtual bool InitInstance() { return true; }
+    // The message loop: pumps until the quit message. Returns ExitInstance's result.
+    virtual int Run();
+    virtual int ExitInstance() { return 0; }
+
+    std::thread::id GetThreadId() const { return m_threadId.load(std::memory_order_relaxed); }
+
+protected:
+    // Runs one message other than quit; the message map of a derived class.
+    virtual void OnThreadMessage(const ThreadMessage &msg) {}
+
+private:
+    void ThreadMain();
+
+    mutable std::mutex m_queueMutex;
+    std::condition_variable m_queueCv;
+    std::deque<ThreadMessage> m_queue;
+    std::thread m_thread;
+    std::atomic<std::thread::id> m_threadId{};
+};
+
+}  // namespace qk

@@ -1,0 +1,371 @@
+#include "sdk/CQUENDARIK_PROCESSOR.h"
+
+#include <cstring>
+
+#include "platform/Paths.h"
+#include "platform/Report.h"
+#include "sdk/Messages.h"
+#include "sources/CSOURCE_AC3.h"
+#include "sources/CSOURCE_GAUSS.h"
+#include "sources/CSOURCE_MP3.h"
+#include "sources/CSOURCE_WAVE.h"
+
+qk::Relaxed<int> CQUENDARIK_PROCESSOR::s_iWinAmpResult = 0;
+
+// The four arguments of a hosted block and its outcome. Shared between the caller and the
+// message, so that a message that runs after its caller gave up still finds them alive.
+struct CQUENDARIK_PROCESSOR::WinAmpCall {
+    int iLength = 0;
+    int iBits = 0;
+    int iChannels = 0;
+    int iSampleRate = 0;
+    qk::Relaxed<int> iResult = 0;
+    qk::CEvent evtDone;
+};
+
+CQUENDARIK_PROCESSOR::CQUENDARIK_PROCESSOR() {
+    m_evtStarted.ResetEvent();
+    m_evtExited.ResetEvent();
+    m_evtStopped.ResetEvent();
+    m_iPlaybackState = 7;
+    m_iScratchLength = 32768;
+    m_pfScratch.AllocateZeroed(2 * m_iScratchLength);
+}
+
+CQUENDARIK_PROCESSOR::~CQUENDARIK_PROCESSOR() {
+    // The thread must be gone before the members it uses.
+    Join();
+    RemoveAllSources();
+}
+
+bool CQUENDARIK_PROCESSOR::InitInstance() {
+    // Only requested here: the block path loads them.
+    const std::string folder = qk::JoinPath(qk::CommonFolder(), "TORVELLAN/Common/QKHRTF");
+    SetHRTF(qk::JoinPath(folder, "VORLAN1_16s_DFE.qkhrtf"));
+    SetHRTFCTC(qk::JoinPath(folder, "KEMAR_SMALL_16s_DFE.qkhrtf"));
+    m_evtStarted.SetEvent();
+    return true;
+}
+
+int CQUENDARIK_PROCESSOR::ExitInstance() {
+    // Messages still queued run now, so that no hosted caller waits for nothing.
+    while (PeekMessage() && PumpMessage()) {
+    }
+    m_iExited = 1;
+    m_evtExited.SetEvent();
+    return 0;
+}
+
+void CQUENDARIK_PROCESSOR::OnThreadMessage(const qk::ThreadMessage &msg) {
+    switch (msg.message) {
+        case kMsgPlay:
+            OnPlay(msg.wParam, msg.lParam);
+            break;
+        case kMsgStop:
+            OnStop(msg.wParam, msg.lParam);
+            break;
+        case kMsgProcessWinAmp:
+            OnProcessWinAmp(msg.wParam, msg.lParam);
+            break;
+        default:
+            break;
+    }
+}
+
+void CQUENDARIK_PROCESSOR::OnPlay(uintptr_t, intptr_t) {
+    // A play message that arrives while playing (a playback state change from 3 to 7) would
+    // nest a second loop inside the first; it is ignored instead.
+    if (m_bInPlay) {
+        return;
+    }
+    m_bInPlay = true;
+    // Read once: a change of block length, bits or channels takes effect at the next play.
+    // Real-time play is always at 44100 Hz.
+    const int iBlockLength = m_Parameters.m_iBlockLength;
+    const int iBits = m_Parameters.m_iBits;
+    const int iChannels = m_Parameters.m_iChannels;
+    const int iSampleRate = 44100;
+    m_Parameters.m_iHRTFChanged = 0;
+    m_iBlocks = 0;
+    {
+        std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+        for (auto &source : m_listSources) {
+            source->_init(iBlockLength, iSampleRate);
+        }
+    }
+    for (;;) {
+        if (m_iStopRequested != 0) {
+            break;
+        }
+        while (PeekMessage()) {
+            if (!PumpMessage()) {
+                // Quit during play: leave at once, without ending the sources, and let the
+                // outer loop see the quit again.
+                PostThreadMessage(qk::kMsgQuit, 0, 0);
+                m_bInPlay = false;
+                return;
+            }
+        }
+        if (m_iPaused == 0) {
+            {
+                // Held while walking the list, so that a host thread adding a source can't
+                // move the list under the walk.
+                std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+                for (auto &source : m_listSources) {
+                    source->_process_1P(nullptr, iBlockLength, iBits, iChannels, iSampleRate);
+                }
+            }
+            _processWinAmp(iBlockLength, iBits, iChannels, iSampleRate);
+            m_iBlocks = m_iBlocks + 1;
+        } else {
+            std::this_thread::yield();
+        }
+    }
+    {
+        std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+        for (auto &source : m_listSources) {
+            source->_quit();
+        }
+    }
+    m_iStopRequested = 0;
+    m_bInPlay = false;
+    m_evtStopped.SetEvent();
+}
+
+void CQUENDARIK_PROCESSOR::OnStop(uintptr_t, intptr_t) { m_iStopRequested = 1; }
+
+void CQUENDARIK_PROCESSOR::OnProcessWinAmp(uintptr_t wParam, intptr_t) {
+    // The message owns one reference to the call; the caller may have given up already.
+    std::unique_ptr<std::shared_ptr<WinAmpCall>> holder(
+        reinterpret_cast<std::shared_ptr<WinAmpCall> *>(wParam));
+    if (!holder || !*holder) {
+        return;
+    }
+    WinAmpCall &call = **holder;
+    const int result = _processWinAmp(call.iLength, call.iBits, call.iChannels, call.iSampleRate);
+    call.iResult = result;
+    s_iWinAmpResult = result;
+    call.evtDone.SetEvent();
+}
+
+int CQUENDARIK_PROCESSOR::_processWinAmp(int, int, int, int) {
+    // No block can be made before the render path exists.
+    return -1;
+}
+
+int CQUENDARIK_PROCESSOR::_processWinAmpThread(int iLength, int iBits, int iChannels,
+                                               int iSampleRate) {
+    s_iWinAmpResult = 0;
+    auto call = std::make_shared<WinAmpCall>();
+    call->iLength = iLength;
+    call->iBits = iBits;
+    call->iChannels = iChannels;
+    call->iSampleRate = iSampleRate;
+    auto *message = new std::shared_ptr<WinAmpCall>(call);
+    PostThreadMessage(kMsgProcessWinAmp, reinterpret_cast<uintptr_t>(message), 0);
+    if (!call->evtDone.Lock(kWinAmpTimeout)) {
+        return 0;
+    }
+    return call->iResult;
+}
+
+CSOURCE *CQUENDARIK_PROCESSOR::GetSourceFromID(int iID) {
+    CSOURCE *found = nullptr;
+    for (auto &source : m_listSources) {
+        if (source->m_iID == iID) {
+            found = source.get();
+        }
+    }
+    return found;
+}
+
+int CQUENDARIK_PROCESSOR::AddSource(std::unique_ptr<CSOURCE> pSource) {
+    std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+    const int iID = pSource->m_iID;
+    m_listSources.push_back(std::move(pSource));
+    return iID;
+}
+
+int CQUENDARIK_PROCESSOR::AddSource_Gauss(int &iID) {
+    iID = AddSource(std::make_unique<CSOURCE_GAUSS>());
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::AddSource_File(int &iID, const std::string &strPath) {
+    if (strPath.size() < 3) {
+        return -1;
+    }
+    const std::string kind = qk::ToUpper(strPath.substr(strPath.size() - 3));
+    std::unique_ptr<CSOURCE_FILE> source;
+    if (kind == "WAV") {
+        source = std::make_unique<CSOURCE_WAVE>();
+        source->SetFile(strPath);
+    } else if (kind == "AC3") {
+        source = std::make_unique<CSOURCE_AC3>();
+    } else if (kind == "MP3") {
+        source = std::make_unique<CSOURCE_MP3>();
+    } else {
+        qk::Report(kind + " files are not supported.", kCaption, qk::Severity::Error);
+        return -1;
+    }
+    source->m_strFile = strPath;
+    iID = AddSource(std::move(source));
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::SetSource_File(int iID, const std::string &strPath) {
+    if (strPath.size() < 3) {
+        return -1;
+    }
+    std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+    CSOURCE *source = GetSourceFromID(iID);
+    if (source == nullptr) {
+        return -1;
+    }
+    auto *file = dynamic_cast<CSOURCE_FILE *>(source);
+    if (file == nullptr) {
+        return -2;
+    }
+    file->SetFile(strPath);
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::SoundSource_File_GetFileInfo(int iID, char *pcInfo1, char *pcInfo2,
+                                                       int *piInfo) {
+    std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+    CSOURCE *source = GetSourceFromID(iID);
+    if (source == nullptr) {
+        return -1;
+    }
+    auto *file = dynamic_cast<CSOURCE_FILE *>(source);
+    if (file == nullptr) {
+        return -2;
+    }
+    file->GetFileInfo(pcInfo1, pcInfo2, piInfo);
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::RemoveSource(int) { return 0; }
+
+int CQUENDARIK_PROCESSOR::RemoveAllSources() {
+    std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+    for (auto &source : m_listSources) {
+        source->_quit();
+    }
+    m_listSources.clear();
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::GenerateSamples_1P(int iID, void *pData, int iLength, int iBits,
+                                             int iChannels, int iSampleRate) {
+    CSOURCE *source = nullptr;
+    {
+        std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+        source = GetSourceFromID(iID);
+    }
+    if (source == nullptr) {
+        return -1;
+    }
+    return source->_process_1P(pData, iLength, iBits, iChannels, iSampleRate);
+}
+
+int CQUENDARIK_PROCESSOR::GenerateSamples_2P(int iID, void **ppData, int iLength, int iBits,
+                                             int iChannels, int iSampleRate) {
+    CSOURCE *source = nullptr;
+    {
+        std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+        source = GetSourceFromID(iID);
+    }
+    if (source == nullptr) {
+        return -1;
+    }
+    return source->_process_2P(ppData, iLength, iBits, iChannels, iSampleRate);
+}
+
+int CQUENDARIK_PROCESSOR::SoundSource_Set_Enable(int iID, int iEnable) {
+    std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+    CSOURCE *source = GetSourceFromID(iID);
+    if (source == nullptr) {
+        return -1;
+    }
+    source->m_iEnable = iEnable;
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::SoundSource_Get_Enable(int iID, int &iEnable) {
+    std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+    CSOURCE *source = GetSourceFromID(iID);
+    if (source == nullptr) {
+        return -1;
+    }
+    iEnable = source->m_iEnable;
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::Set_Playback_State(int iState) {
+    const int old = m_iPlaybackState;
+    if (iState == 7 && old == 3) {
+        PostThreadMessage(kMsgPlay, 0, 0);
+    }
+    m_iPlaybackState = iState;
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::Get_Playback_State(int &iState) {
+    iState = m_iPlaybackState;
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::Register_On_Values(unsigned long ulCallback, unsigned long ulUser) {
+    m_pfnOnValues = reinterpret_cast<OnValuesFn>(ulCallback);
+    m_dwOnValuesUser = ulUser;
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::SetHRTF(const std::string &strPath) {
+    m_Parameters.SetHRTFRequest(strPath);
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::SetHRTFCTC(const std::string &strPath) {
+    m_Parameters.SetHRTFRequestCTC(strPath);
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::GetHRTF(char *&pcBuffer) {
+    if (pcBuffer != nullptr) {
+        const std::string path = m_Parameters.GetHRTFRequest();
+        std::memcpy(pcBuffer, path.c_str(), path.size() + 1);
+    }
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::GetHRTFCTC(char *&pcBuffer) {
+    if (pcBuffer != nullptr) {
+        const std::string path = m_Parameters.GetHRTFRequestCTC();
+        std::memcpy(pcBuffer, path.c_str(), path.size() + 1);
+    }
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::CTCSetParameters(float fDistL, float fAzL, float fElL, float fDistR,
+                                           float fAzR, float fElR) {
+    m_Parameters.m_fCTCDistanceL = fDistL;
+    m_Parameters.m_fCTCAzimuthL = fAzL;
+    m_Parameters.m_fCTCElevationL = fElL;
+    m_Parameters.m_fCTCDistanceR = fDistR;
+    m_Parameters.m_fCTCAzimuthR = fAzR;
+    m_Parameters.m_fCTCElevationR = fElR;
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::CTCGetParameters(float &fDistL, float &fAzL, float &fElL,
+                                           float &fDistR, float &fAzR, float &fElR) {
+    fDistL = m_Parameters.m_fCTCDistanceL;
+    fAzL = m_Parameters.m_fCTCAzimuthL;
+    fElL = m_Parameters.m_fCTCElevationL;
+    fDistR = m_Parameters.m_fCTCDistanceR;
+    fAzR = m_Parameters.m_fCTCAzimuthR;
+    fElR = m_Parameters.m_fCTCElevationR;
+    return 0;
+}

@@ -1,0 +1,116 @@
+// The engine: a thread with its own message queue that owns every runtime object of the
+// system (the settings, the sound sources, and with them everything the block path reads).
+// Its thread sleeps in the message pump until "play", then stays inside OnPlay, pumping
+// messages between blocks, until "stop".
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "dsp/IppBuffer.h"
+#include "platform/Event.h"
+#include "platform/Relaxed.h"
+#include "platform/Thread.h"
+#include "sdk/CQUENDARIC_PARAMETERS.h"
+#include "sources/CSOURCE.h"
+
+class CQUENDARIK_PROCESSOR : public qk::CWinThread {
+public:
+    // Thread messages.
+    static constexpr unsigned kMsgPlay = 2850;
+    static constexpr unsigned kMsgStop = 2851;
+    static constexpr unsigned kMsgProcessWinAmp = 2852;
+    // How long a hosted block may take before its caller gives up, ms.
+    static constexpr unsigned kWinAmpTimeout = 10000;
+
+    using OnValuesFn = void (*)(unsigned long user, float *left, float *right, int frames,
+                                int bits, int channels, int rate, float gain);
+
+    CQUENDARIK_PROCESSOR();
+    ~CQUENDARIK_PROCESSOR() override;
+
+    bool InitInstance() override;
+    int ExitInstance() override;
+
+    // Sound sources. Ids come from CSSS::m_iObjectCounter. Unknown ids give -1.
+    int AddSource_Gauss(int &iID);
+    // The kind is fixed by the last three characters of the name: WAV, AC3 or MP3.
+    int AddSource_File(int &iID, const std::string &strPath);
+    int SetSource_File(int iID, const std::string &strPath);
+    int SoundSource_File_GetFileInfo(int iID, char *pcInfo1, char *pcInfo2, int *piInfo);
+    int RemoveSource(int iID);
+    int RemoveAllSources();
+    int GenerateSamples_1P(int iID, void *pData, int iLength, int iBits, int iChannels,
+                           int iSampleRate);
+    int GenerateSamples_2P(int iID, void **ppData, int iLength, int iBits, int iChannels,
+                           int iSampleRate);
+    int SoundSource_Set_Enable(int iID, int iEnable);
+    int SoundSource_Get_Enable(int iID, int &iEnable);
+    // The source with that id (the later one if two share it), or null. Call under the lock.
+    CSOURCE *GetSourceFromID(int iID);
+    // Appends a source the caller made; returns its id.
+    int AddSource(std::unique_ptr<CSOURCE> pSource);
+
+    // Playback state: a number for the host; a change from 3 to 7 starts play.
+    int Set_Playback_State(int iState);
+    int Get_Playback_State(int &iState);
+    int Register_On_Values(unsigned long ulCallback, unsigned long ulUser);
+
+    // HRTF data sets: only the request is stored; the block path loads it.
+    int SetHRTF(const std::string &strPath);
+    int SetHRTFCTC(const std::string &strPath);
+    int GetHRTF(char *&pcBuffer);
+    int GetHRTFCTC(char *&pcBuffer);
+
+    // The loudspeakers of the canceller: distance, azimuth, elevation, left then right.
+    int CTCSetParameters(float fDistL, float fAzL, float fElL, float fDistR, float fAzR,
+                         float fElR);
+    int CTCGetParameters(float &fDistL, float &fAzL, float &fElL, float &fDistR, float &fAzR,
+                         float &fElR);
+
+    // One block of the render path: -1 when nothing was made, 0 made without a device,
+    // 1 made and handed to the device.
+    int _processWinAmp(int iLength, int iBits, int iChannels, int iSampleRate);
+    // Runs _processWinAmp on the engine thread and waits for it, at most kWinAmpTimeout ms;
+    // 0 on time-out.
+    int _processWinAmpThread(int iLength, int iBits, int iChannels, int iSampleRate);
+
+    // True once the engine thread has left its message loop for good.
+    bool HasExited() const { return m_iExited != 0; }
+    // Blocks made by the play loop since the last play started.
+    int GetBlockCount() const { return m_iBlocks; }
+
+    std::recursive_mutex m_csEngine;  // the one lock of the system; re-entrant
+    qk::Relaxed<int> m_iPlaybackState = 7;
+    qk::Relaxed<unsigned long> m_dwOnValuesUser = 0;
+    qk::Relaxed<OnValuesFn> m_pfnOnValues = nullptr;
+    CIppBuffer m_pfScratch;  // the limiter's scratch block, 2 x m_iScratchLength
+    qk::CEvent m_evtStarted;
+    qk::CEvent m_evtExited;
+    qk::CEvent m_evtStopped;
+    CQUENDARIC_PARAMETERS m_Parameters;
+    std::vector<std::unique_ptr<CSOURCE>> m_listSources;  // owned
+    qk::Relaxed<int> m_iPaused = 0;
+    qk::Relaxed<int> m_iStopRequested = 0;
+    int m_iScratchLength = 32768;
+    qk::Relaxed<int> m_iTestHRTF = 0;
+
+    // The last result of a block run through the message, for hosts that read it.
+    static qk::Relaxed<int> s_iWinAmpResult;
+
+protected:
+    void OnThreadMessage(const qk::ThreadMessage &msg) override;
+
+private:
+    struct WinAmpCall;
+
+    void OnPlay(uintptr_t wParam, intptr_t lParam);
+    void OnStop(uintptr_t wParam, intptr_t lParam);
+    void OnProcessWinAmp(uintptr_t wParam, intptr_t lParam);
+
+    qk::Relaxed<int> m_iExited = 0;
+    qk::Relaxed<int> m_iBlocks = 0;
+    bool m_bInPlay = false;  // engine thread only
+};

@@ -1,0 +1,25 @@
+#include "sources/CSOURCE_FILE.h"
+
+QK_IMPLEMENT_SERIAL(CSOURCE_FILE)
+
+void CSOURCE_FILE::Serialize(qk::CArchive &ar) {
+    CSOURCE::Serialize(ar);
+    if (ar.IsStoring()) {
+        ar << 1.0f;
+    } else {
+        float version = 0.0f;
+        ar >> version;
+    }
+}
+
+void CSOURCE_FILE::GetFileInfo(char *, char *, int *) {}
+
+void CSOURCE_FILE::SetFile(const std::string &strFile) {
+    std::lock_guard<std::mutex> guard(m_csFileRequest);
+    m_strFileRequest = strFile;
+}
+
+std::string CSOURCE_FILE::GetFileRequest() const {
+    std::lock_guard<std::mutex> guard(m_csFileRequest);
+    return m_strFileRequest;
+}

@@ -1,0 +1,27 @@
+// The base of the file sources: it holds the file asked for, so that a running source can be
+// pointed at another file; the change takes effect at the next block.
+#pragma once
+
+#include <mutex>
+
+#include "sources/CSOURCE.h"
+
+class CSOURCE_FILE : public CSOURCE {
+    QK_DECLARE_SERIAL(CSOURCE_FILE)
+
+public:
+    CSOURCE_FILE() = default;
+
+    void Serialize(qk::CArchive &ar) override;
+
+    // Describes the file; the base does nothing.
+    virtual void GetFileInfo(char *pcInfo1, char *pcInfo2, int *piInfo);
+
+    // Asks for another file; may be called from a host thread during play.
+    void SetFile(const std::string &strFile);
+    std::string GetFileRequest() const;
+
+protected:
+    mutable std::mutex m_csFileRequest;
+    std::string m_strFileRequest;  // the file wanted; m_strFile is the file in use
+};

@@ -1,0 +1,8 @@
+#pragma once
+
+namespace qkcli {
+
+// Each takes the arguments behind its own name and returns the program's exit code.
+int RunDemo(int argc, char **argv);
+
+}  // namespace qkcli
