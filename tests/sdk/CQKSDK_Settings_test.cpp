@@ -163,16 +163,22 @@ TEST(CQKSDK_Settings, TheApplicationsSettingsAreReadAndKept) {
 TEST(CQKSDK_Settings, SettingsDialogModuleIsCalledWithTheFacade) {
     ScopedSettingsDir dir("dialog");
     writeSettingsFor("dlgt", [](CQUENDARIC_PARAMETERS &p) { p.m_iAGC = 0; });
+    // The stand-in is made present by loading it by its path; the facade asks for it by its
+    // bare name.
+    void *module = dlopen(QK_TEST_MODULE_DIR "/libmQUENDARIKe.so", RTLD_NOW);
+    ASSERT_NE(module, nullptr) << dlerror();
     CQKSDK sdk;
     sdk.qk_Appl_Set("dlgt");
     sdk.qk_Siml_Set_AGC(1);
     EXPECT_EQ(sdk.qk_Dlg_Settings(42), 0);
-    void *module = dlopen("libmQUENDARIKe.so", RTLD_LAZY | RTLD_NOLOAD);
-    ASSERT_NE(module, nullptr) << "the stand-in module was not loaded";
     EXPECT_EQ(*static_cast<void **>(dlsym(module, "g_pDlgSdk")), &sdk);
     EXPECT_EQ(*static_cast<int *>(dlsym(module, "g_iDlgArg")), 42);
     int agc = -1;
     EXPECT_EQ((sdk.qk_Siml_Get_AGC(agc), agc), 0);  // the settings were read on loading
+    sdk.qk_Siml_Set_AGC(1);
+    sdk.qk_Dlg_Settings(7);
+    EXPECT_EQ(*static_cast<int *>(dlsym(module, "g_iDlgCalls")), 2);
+    EXPECT_EQ((sdk.qk_Siml_Get_AGC(agc), agc), 1);  // but only on the first call
 
     // With the module loaded and no folder named, its folder holds the settings.
     ::unsetenv("QK_SETTINGS_DIR");
