@@ -215,7 +215,7 @@ int CQKSDK::qk_CTC_Get_Parameters(float &fDistL, float &fAzL, float &fElL, float
 // --- SFM
 
 int CQKSDK::qk_SFM_Set(int iModel) {
-    std::lock_guard<std::recursive_mutex> guard(m_pProcessor->m_csEngine);
+    std::lock_guard<qk::CEngineLock> guard(m_pProcessor->m_csEngine);
     m_pProcessor->m_Parameters.m_iSFM = iModel;
     m_pProcessor->m_Parameters.m_iWorldChanged = 1;
     return 0;
@@ -227,7 +227,7 @@ int CQKSDK::qk_SFM_Get(int &iModel) {
 }
 
 int CQKSDK::qk_SFM_Set_Material_Coeffs(int iCount) {
-    std::lock_guard<std::recursive_mutex> guard(m_pProcessor->m_csEngine);
+    std::lock_guard<qk::CEngineLock> guard(m_pProcessor->m_csEngine);
     m_pProcessor->m_Parameters.m_iMaterialCoeffs = iCount;
     m_pProcessor->m_Parameters.m_iMaterialChanged = 1;
     m_pProcessor->m_Parameters.m_iWorldChanged = 1;
@@ -247,7 +247,7 @@ int CQKSDK::qk_SFM_Get_DirPreComputedWav(std::string &strDir) {
 }
 
 int CQKSDK::qk_SFM_Set_DirPreComputedWav(const char *pcDir) {
-    std::lock_guard<std::recursive_mutex> guard(m_pProcessor->m_csEngine);
+    std::lock_guard<qk::CEngineLock> guard(m_pProcessor->m_csEngine);
     CQUENDARIC_PARAMETERS &params = m_pProcessor->m_Parameters;
     {
         std::lock_guard<std::recursive_mutex> strings(params.m_csStrings);
@@ -262,7 +262,7 @@ int CQKSDK::qk_SFM_Set_DirPreComputedWav(const char *pcDir) {
 // --- Research
 
 int CQKSDK::qk_Research_Set_BOOL(const char *pcKey, int iValue) {
-    std::lock_guard<std::recursive_mutex> guard(m_pProcessor->m_csEngine);
+    std::lock_guard<qk::CEngineLock> guard(m_pProcessor->m_csEngine);
     bool bWorldChanges = false;
     qk::Relaxed<int> *flag = researchFlag(m_pProcessor->m_Parameters, pcKey, bWorldChanges);
     if (flag != nullptr) {
@@ -285,7 +285,7 @@ int CQKSDK::qk_Research_Get_BOOL(const char *pcKey, int &iValue) {
 
 // No integer research settings exist; the pair is kept for hosts that call it.
 int CQKSDK::qk_Research_Set_INT(const char * /*pcKey*/, int /*iValue*/) {
-    std::lock_guard<std::recursive_mutex> guard(m_pProcessor->m_csEngine);
+    std::lock_guard<qk::CEngineLock> guard(m_pProcessor->m_csEngine);
     return 0;
 }
 
