@@ -31,11 +31,11 @@ demo: build
 test: test-fast test-sanitize
 
 test-fast: build
-	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+	cd $(BUILD) && $(CURDIR)/scripts/with-pulse.sh ctest --output-on-failure -j $(JOBS)
 
 test-sanitize: build-sanitize
 	cd $(BUILD_SAN) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
-	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 ctest --output-on-failure -j $(JOBS)
+	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 $(CURDIR)/scripts/with-pulse.sh ctest --output-on-failure -j $(JOBS)
 
 bench: build
 	$(BUILD)/bench/quendarik_bench

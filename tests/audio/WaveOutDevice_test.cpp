@@ -84,3 +84,25 @@ TEST(WaveOutDevice, AnAlsaDeviceThatDoesNotExistFailsToOpen) {
     EXPECT_NE(device->Open(WaveOutFormat{2, 44100, 16}, std::ref(log)), 0);
     EXPECT_FALSE(device->IsOpen());
 }
+
+// A real audio server: the private PulseAudio of the test run, through ALSA's pulse device.
+TEST(WaveOutDevice, PulseThroughAlsaIsPacedByTheServer) {
+    if (std::getenv("QK_PULSE_SERVER") == nullptr) {
+        GTEST_SKIP() << "no PulseAudio server for this run (see scripts/with-pulse.sh)";
+    }
+    auto device = CWaveOutDevice::CreateByName("pulse");
+    DoneLog log;
+    ASSERT_EQ(device->Open(WaveOutFormat{2, 44100, 16}, std::ref(log)), 0);
+    std::vector<uint8_t> tenth(4410 * 4);
+    const auto start = Clock::now();
+    for (int i = 0; i < 10; ++i) {
+        device->Write(tenth.data(), tenth.size(), i);
+    }
+    while (log.count() < 10 && Clock::now() - start < std::chrono::seconds(10)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    ASSERT_EQ(log.count(), 10u);
+    // The device holds about 0.1 s of its own, so a second of sound is taken in about 0.9 s.
+    EXPECT_GE(std::chrono::duration<double>(Clock::now() - start).count(), 0.8);
+    EXPECT_EQ(device->Close(), 0);
+}
