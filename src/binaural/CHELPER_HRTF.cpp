@@ -79,8 +79,7 @@ void coarseRatio(float r, int &iUp, int &iDown) {
 }
 }  // namespace
 
-CHELPER_HRTF::CHELPER_HRTF()
-    : m_aiTableA(kDirections, -1), m_aiLookup(kDirections, -1) {}
+CHELPER_HRTF::CHELPER_HRTF() : m_aiTableA(kDirections, -1), m_aiLookup(kDirections, -1) {}
 
 CHELPER_HRTF::CHELPER_HRTF(const std::string &strFileName) : CHELPER_HRTF() {
     ReadWrite(0, strFileName);
@@ -111,7 +110,9 @@ int CHELPER_HRTF::ReadWrite(int iWrite, const std::string &strFileName) {
     return Store(strFileName);
 }
 
-void CHELPER_HRTF::Clear() { m_pfData.Reset(); }
+void CHELPER_HRTF::Clear() {
+    m_pfData.Reset();
+}
 
 const float *CHELPER_HRTF::Response(int64_t iSlot) const {
     if (iSlot < 0 || m_iFileTaps < 1 || m_pfData == nullptr) {

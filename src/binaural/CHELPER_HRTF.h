@@ -19,7 +19,7 @@
 class CHELPER_HRTF : public qk::CObject {
     QK_DECLARE_SERIAL(CHELPER_HRTF)
 
-public:
+  public:
     // The direction grid: whole degrees, azimuth 0..359, elevation -90..90. Entry
     // [azimuth][elevation + 90] of a table sits at azimuth * 181 + elevation + 90.
     static constexpr int kAzimuths = 360;
@@ -107,19 +107,19 @@ public:
     char m_szDescription[kDescriptionSize] = {};
     char m_szType[kTypeSize] = {'F', 'I', 'R', 0};
     char m_szEars[kEarsSize] = {'B', 'O', 'T', 'H', 0, 0};
-    CIppBuffer m_pfData;          // all responses, measurements * channels * file taps floats
-    int m_iFileRate = 0;          // Hz, rate of the stored responses
-    int m_iSampleRate = 0;        // Hz, rate last asked for
-    int m_iChannels = 2;          // stored channels per measurement
+    CIppBuffer m_pfData;    // all responses, measurements * channels * file taps floats
+    int m_iFileRate = 0;    // Hz, rate of the stored responses
+    int m_iSampleRate = 0;  // Hz, rate last asked for
+    int m_iChannels = 2;    // stored channels per measurement
     int m_iMeasurements = 0;
-    int m_iFileTaps = 0;          // samples in one stored response
-    int m_iTaps = 0;              // samples in one response at m_iSampleRate
+    int m_iFileTaps = 0;  // samples in one stored response
+    int m_iTaps = 0;      // samples in one response at m_iSampleRate
     char m_szDataType[kDataTypeSize] = {'3', '2', 'f', 0};
-    std::vector<int32_t> m_aiTableA;  // loaded and stored unchanged; read by nothing
-    std::vector<int32_t> m_aiLookup;  // measurement per direction, -1 for none
+    std::vector<int32_t> m_aiTableA;    // loaded and stored unchanged; read by nothing
+    std::vector<int32_t> m_aiLookup;    // measurement per direction, -1 for none
     std::istream *m_pStream = nullptr;  // not owned: read instead of the named file
 
-private:
+  private:
     int Load(const std::string &strFileName);
     int Store(const std::string &strFileName);
     int ReadFrom(qk::CArchiveStream &source, bool bFromStream);

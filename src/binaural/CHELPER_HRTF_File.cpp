@@ -39,8 +39,8 @@ struct Header {
     int32_t iMeasurements = 0;
 };
 constexpr size_t kHeaderBytes = 4 + CHELPER_HRTF::kDescriptionSize + CHELPER_HRTF::kTypeSize +
-                                CHELPER_HRTF::kEarsSize + 4 + 4 + 4 +
-                                CHELPER_HRTF::kDataTypeSize + 4;  // 290
+                                CHELPER_HRTF::kEarsSize + 4 + 4 + 4 + CHELPER_HRTF::kDataTypeSize +
+                                4;  // 290
 
 uint32_t le32(const uint8_t *p) {
     return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) |
@@ -160,7 +160,7 @@ std::vector<uint8_t> slurp(qk::CArchiveStream &source) {
 
 // A std::istream as a byte source; Remaining is taken from the stream's end.
 class IStreamSource : public qk::CArchiveStream {
-public:
+  public:
     explicit IStreamSource(std::istream &in) : m_in(in) {}
     size_t Read(void *buffer, size_t n) override {
         m_in.read(static_cast<char *>(buffer), static_cast<std::streamsize>(n));
@@ -178,7 +178,7 @@ public:
         return end < 0 ? -1 : static_cast<int64_t>(end - pos);
     }
 
-private:
+  private:
     std::istream &m_in;
 };
 }  // namespace
@@ -197,7 +197,9 @@ int CHELPER_HRTF::Load(const std::string &strFileName) {
     return ReadFrom(file, false);
 }
 
-int CHELPER_HRTF::Read(qk::CArchiveStream &source) { return ReadFrom(source, false); }
+int CHELPER_HRTF::Read(qk::CArchiveStream &source) {
+    return ReadFrom(source, false);
+}
 
 // The named-file and the stream form differ on purpose: from a stream the rate goes to the
 // file rate alone (the caller has set the rate it wants), and the samples are always floats,
@@ -292,8 +294,7 @@ int CHELPER_HRTF::ReadFrom(qk::CArchiveStream &source, bool bFromStream) {
 // written are exactly as many as the header declares: what the set holds, then zeros.
 int CHELPER_HRTF::Write(qk::CArchiveStream &sink) {
     std::strcpy(m_szType, "FIR");
-    if (const char *pcProblem = checkCounts(m_iChannels, m_iSampleRate, m_iTaps,
-                                            m_iMeasurements)) {
+    if (const char *pcProblem = checkCounts(m_iChannels, m_iSampleRate, m_iTaps, m_iMeasurements)) {
         qk::Report(std::string("Invalid QKHRTF header: ") + pcProblem, kCaption,
                    qk::Severity::Error);
         return -1;

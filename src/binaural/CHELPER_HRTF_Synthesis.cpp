@@ -33,8 +33,8 @@ int64_t nextPowerOfTwo(int64_t n) {
 }
 
 // Adds fGain * pfSource[0..n) into pfDest at iOffset, within iLength.
-void addScaled(float *pfDest, int64_t iLength, int64_t iOffset, const float *pfSource,
-               int64_t n, float fGain) {
+void addScaled(float *pfDest, int64_t iLength, int64_t iOffset, const float *pfSource, int64_t n,
+               float fGain) {
     const int64_t iEnd = std::min(iLength, iOffset + n);
     for (int64_t i = iOffset; i < iEnd; ++i) {
         pfDest[i] += fGain * pfSource[i - iOffset];
@@ -56,9 +56,8 @@ int CHELPER_HRTF::GetHRTFForPaths(float *&pfLeft, float *&pfRight, int &iLength,
                    afGains.data(), nullptr, nullptr, iCount, iPowerOfTwo, iSampleRate);
 }
 
-int CHELPER_HRTF::GetHRTF(float *&pfLeft, float *&pfRight, int &iLength,
-                          const float *pfAzimuths, const float *pfElevations,
-                          const float *pfDelaysMs, const float *pfGains,
+int CHELPER_HRTF::GetHRTF(float *&pfLeft, float *&pfRight, int &iLength, const float *pfAzimuths,
+                          const float *pfElevations, const float *pfDelaysMs, const float *pfGains,
                           const float *pfFilterCoefs, const int *piFilterLengths, int iCount,
                           int iPowerOfTwo, int iSampleRate) {
     m_iSampleRate = iSampleRate;

@@ -6,7 +6,7 @@
 class CSERVICE : public CSSS {
     QK_DECLARE_SERIAL(CSERVICE)
 
-public:
+  public:
     // The base data, then a version float: 1.0 when storing, read and ignored when loading.
     void Serialize(qk::CArchive &ar) override;
 };

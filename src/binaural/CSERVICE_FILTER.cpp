@@ -11,7 +11,9 @@ namespace {
 constexpr double kPi = 3.14159265358979323846;
 }
 
-CSERVICE_FILTER::~CSERVICE_FILTER() { _quit(); }
+CSERVICE_FILTER::~CSERVICE_FILTER() {
+    _quit();
+}
 
 int CSERVICE_FILTER::_init(int iType, float fGainDb, float fSlope, float fQ, float fFrequency,
                            float fSampleRate) {

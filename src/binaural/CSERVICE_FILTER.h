@@ -8,7 +8,7 @@
 #include "dsp/ipps.h"
 
 class CSERVICE_FILTER : public CSERVICE {
-public:
+  public:
     CSERVICE_FILTER() = default;
     ~CSERVICE_FILTER() override;
 
@@ -27,8 +27,7 @@ public:
     // Filters n samples in place. When gain or frequency differ from the stored ones, or a
     // non-zero sampleRate differs, the section is designed anew with the stored type, slope
     // and q, and starts from silence. Allocates only when the block grows. Returns 0.
-    virtual int _process(float *pfBlock, int n, float fGainDb, float fFrequency,
-                         float fSampleRate);
+    virtual int _process(float *pfBlock, int n, float fGainDb, float fFrequency, float fSampleRate);
     // Frees the section. Returns 0.
     int _quit() override;
 
@@ -37,13 +36,13 @@ public:
     float m_fB0 = 0.0f, m_fB1 = 0.0f, m_fB2 = 0.0f;
     float m_fA0 = 0.0f, m_fA1 = 0.0f, m_fA2 = 0.0f;
     float m_fType = 0.0f;
-    float m_fGain = 0.0f;        // dB
-    float m_fFrequency = 0.0f;   // Hz, as passed
+    float m_fGain = 0.0f;       // dB
+    float m_fFrequency = 0.0f;  // Hz, as passed
     float m_fSlope = 0.0f;
     float m_fQ = 0.0f;
     float m_fSampleRate = 0.0f;  // Hz
 
-private:
+  private:
     // The coefficients of one shape; false for an unknown type.
     bool Design(int iType, float fGainDb, float fSlope, float fQ, float fFrequency,
                 float fSampleRate);

@@ -37,7 +37,9 @@ int readBytes(CHELPER_HRTF &set, const std::vector<uint8_t> &bytes) {
     return set.Read(in);
 }
 
-std::string tempPath(const std::string &name) { return testing::TempDir() + name; }
+std::string tempPath(const std::string &name) {
+    return testing::TempDir() + name;
+}
 
 std::vector<uint8_t> fileBytes(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
@@ -90,9 +92,9 @@ TEST(CHELPER_HRTF_File, LayoutIsByteForByte) {
     EXPECT_EQ(intAt(b, 293), 8);
     EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[297])), "16s");
     EXPECT_EQ(intAt(b, 301), 3);
-    EXPECT_EQ(intAt(b, 305), -3);                 // table A [0]
+    EXPECT_EQ(intAt(b, 305), -3);  // table A [0]
     EXPECT_EQ(intAt(b, 305 + 4 * 65159), 65159 * 7 - 3);
-    EXPECT_EQ(intAt(b, 260945 + 4 * 4), 1);       // lookup [4]
+    EXPECT_EQ(intAt(b, 260945 + 4 * 4), 1);  // lookup [4]
     // First sample, 16 bits: the truncated value of sample * 32768.
     const int16_t first = static_cast<int16_t>(b[kSamplesOffset] | (b[kSamplesOffset + 1] << 8));
     EXPECT_EQ(first, static_cast<int16_t>(Code(0, 0) * 32768.0f));
@@ -127,12 +129,18 @@ TEST(CHELPER_HRTF_File, NamedFileRoundTripAndConstructorLoads) {
 TEST(CHELPER_HRTF_File, SixteenBitsTruncateAndSaturate) {
     auto set = MakeSet(1, 4, "BOTH", 44100, "16s");
     const float in[8] = {1.0f, -1.0f, 0.99999f, -1.5f, 3.0f / 65536.0f, -3.0f / 65536.0f,
-                         NAN, 0.5f};
+                         NAN,  0.5f};
     std::memcpy(set->m_pfData.get(), in, sizeof(in));
     CHELPER_HRTF loaded;
     ASSERT_EQ(readBytes(loaded, StoreToBytes(*set)), 0);
-    const float expected[8] = {32767.0f / 32768.0f, -1.0f, 32767.0f / 32768.0f, -1.0f,
-                               1.0f / 32768.0f, -1.0f / 32768.0f, 0.0f, 0.5f};
+    const float expected[8] = {32767.0f / 32768.0f,
+                               -1.0f,
+                               32767.0f / 32768.0f,
+                               -1.0f,
+                               1.0f / 32768.0f,
+                               -1.0f / 32768.0f,
+                               0.0f,
+                               0.5f};
     for (int i = 0; i < 8; ++i) {
         EXPECT_EQ(loaded.m_pfData[i], expected[i]) << i;
     }
@@ -156,8 +164,8 @@ TEST(CHELPER_HRTF_File, WrongMagicReportsAndKeepsTheHeader) {
 TEST(CHELPER_HRTF_File, TruncatedFilesLeaveTheSetWithoutSamples) {
     ReportCatcher catcher;
     const std::vector<uint8_t> whole = StoreToBytes(*sampleSet("16s"));
-    for (size_t cut : {size_t{0}, size_t{10}, size_t{15}, size_t{200}, size_t{304},
-                       size_t{305}, size_t{260945}, kSamplesOffset, whole.size() - 1}) {
+    for (size_t cut : {size_t{0}, size_t{10}, size_t{15}, size_t{200}, size_t{304}, size_t{305},
+                       size_t{260945}, kSamplesOffset, whole.size() - 1}) {
         CHELPER_HRTF loaded;
         const std::vector<uint8_t> part(whole.begin(), whole.begin() + static_cast<long>(cut));
         EXPECT_EQ(readBytes(loaded, part), -1) << cut;
@@ -181,9 +189,9 @@ TEST(CHELPER_HRTF_File, AbsurdCountsAreRefusedBeforeAnythingIsAllocated) {
     struct Field {
         size_t at;
         int32_t value;
-    } fields[] = {{285, 0},          {285, 3},          {285, -2},  {289, 0},
-                  {289, -44100},     {289, 100000000},  {293, 0},   {293, -8},
-                  {293, 1 << 30},    {301, 0},          {301, -1},  {301, 1 << 30},
+    } fields[] = {{285, 0},          {285, 3},         {285, -2}, {289, 0},
+                  {289, -44100},     {289, 100000000}, {293, 0},  {293, -8},
+                  {293, 1 << 30},    {301, 0},         {301, -1}, {301, 1 << 30},
                   {301, 0x7FFFFFFF}, {301, 4}};
     for (const Field &f : fields) {
         std::vector<uint8_t> bytes = whole;

@@ -12,8 +12,8 @@ float Code(int iSlot, int iTap) {
     return static_cast<float>((iSlot % 512) * 64 + iTap % 64 - 16384) / 32768.0f;
 }
 
-std::unique_ptr<CHELPER_HRTF> MakeSet(int iMeasurements, int iTaps, const char *pcEars,
-                                      int iRate, const char *pcDataType) {
+std::unique_ptr<CHELPER_HRTF> MakeSet(int iMeasurements, int iTaps, const char *pcEars, int iRate,
+                                      const char *pcDataType) {
     auto set = std::make_unique<CHELPER_HRTF>();
     std::strncpy(set->m_szEars, pcEars, CHELPER_HRTF::kEarsSize - 1);
     std::strncpy(set->m_szDataType, pcDataType, CHELPER_HRTF::kDataTypeSize - 1);
