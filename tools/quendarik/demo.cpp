@@ -37,9 +37,10 @@ int RunDemo(int, char **) {
 
     int blocks = 0;
     sdk.qk_Siml_Get_Blocks(blocks);
-    std::printf("played %.2f s: the engine pulled %d blocks of noise (no listener yet, so no "
-                "sound was rendered)\n",
-                seconds, blocks);
+    std::printf(
+        "played %.2f s: the engine pulled %d blocks of noise (no listener yet, so no "
+        "sound was rendered)\n",
+        seconds, blocks);
     std::printf("stopped\n");
     return blocks > 0 ? 0 : 1;
 }
