@@ -45,7 +45,7 @@ typedef void (*QK_ON_VALUES)(unsigned long user, float *left, float *right, int 
                              int channels, int rate, float gain);
 
 class CQKSDK {
-public:
+  public:
     CQKSDK();
     virtual ~CQKSDK();
     CQKSDK(const CQKSDK &) = delete;
@@ -191,8 +191,8 @@ public:
     int qk_CTC_Get_TES(float &fValue);
     int qk_CTC_Set_Parameters(float fDistL, float fAzL, float fElL, float fDistR, float fAzR,
                               float fElR);
-    int qk_CTC_Get_Parameters(float &fDistL, float &fAzL, float &fElL, float &fDistR,
-                              float &fAzR, float &fElR);
+    int qk_CTC_Get_Parameters(float &fDistL, float &fAzL, float &fElL, float &fDistR, float &fAzR,
+                              float &fElR);
 
     // SFM: sound field model
     int qk_SFM_Set(int iModel);
@@ -213,11 +213,13 @@ public:
     int qk_Research_Set_INT(const char *pcKey, int iValue);
     int qk_Research_Get_INT(const char *pcKey, int &iValue);
 
-private:
-    void *m_posVsrc = nullptr;          // cursor of qk_Vsrc_Get_First / _Next
-    void *m_hSettingsModule = nullptr;  // the loaded settings-dialog module
-    void *m_pfnDlgSettings = nullptr;   // its entry
-    int m_iPlaying = 0;                 // 1 between qkPlay and qkStop
+  private:
+    friend struct CQKSDKTestAccess;  // lets the library's own tests reach the engine
+
+    void *m_posVsrc = nullptr;                     // cursor of qk_Vsrc_Get_First / _Next
+    void *m_hSettingsModule = nullptr;             // the loaded settings-dialog module
+    void *m_pfnDlgSettings = nullptr;              // its entry
+    int m_iPlaying = 0;                            // 1 between qkPlay and qkStop
     CQUENDARIK_PROCESSOR *m_pProcessor = nullptr;  // the engine; owned
-    int m_iThreaded = 1;  // 1: the engine runs on its own thread
+    int m_iThreaded = 1;                           // 1: the engine runs on its own thread
 };

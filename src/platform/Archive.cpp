@@ -24,9 +24,13 @@ bool CMemoryStream::Write(const void *buffer, size_t n) {
     return true;
 }
 
-int64_t CMemoryStream::Remaining() const { return static_cast<int64_t>(m_size - m_pos); }
+int64_t CMemoryStream::Remaining() const {
+    return static_cast<int64_t>(m_size - m_pos);
+}
 
-CFileStream::~CFileStream() { Close(); }
+CFileStream::~CFileStream() {
+    Close();
+}
 
 bool CFileStream::Open(const std::string &path, bool bWrite) {
     Close();
@@ -67,7 +71,9 @@ int64_t CFileStream::Remaining() const {
     return pos < 0 ? -1 : m_size - pos;
 }
 
-bool CFileStream::Flush() { return m_pFile != nullptr && std::fflush(m_pFile) == 0; }
+bool CFileStream::Flush() {
+    return m_pFile != nullptr && std::fflush(m_pFile) == 0;
+}
 
 void CArchive::Read(void *buffer, size_t n) {
     if (n == 0) {

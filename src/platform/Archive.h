@@ -15,19 +15,19 @@ namespace qk {
 class CObject;
 
 class CArchiveException : public std::runtime_error {
-public:
+  public:
     enum Cause { endOfFile, badData, badClass, writeFailed };
     CArchiveException(Cause cause, const std::string &what)
         : std::runtime_error(what), m_cause(cause) {}
     Cause GetCause() const { return m_cause; }
 
-private:
+  private:
     Cause m_cause;
 };
 
 // Where an archive's bytes come from or go to.
 class CArchiveStream {
-public:
+  public:
     virtual ~CArchiveStream() = default;
     // Reads up to n bytes; returns how many were read.
     virtual size_t Read(void *buffer, size_t n) = 0;
@@ -40,15 +40,15 @@ public:
 
 // Reads from bytes in memory (not owned) or writes into a growing buffer.
 class CMemoryStream : public CArchiveStream {
-public:
-    CMemoryStream() = default;                               // for writing
-    CMemoryStream(const void *data, size_t size);            // for reading
+  public:
+    CMemoryStream() = default;                     // for writing
+    CMemoryStream(const void *data, size_t size);  // for reading
     size_t Read(void *buffer, size_t n) override;
     bool Write(const void *buffer, size_t n) override;
     int64_t Remaining() const override;
     const std::vector<uint8_t> &Bytes() const { return m_written; }
 
-private:
+  private:
     const uint8_t *m_pData = nullptr;
     size_t m_size = 0;
     size_t m_pos = 0;
@@ -57,7 +57,7 @@ private:
 
 // A file opened for reading ("rb") or writing ("wb"); closed by the destructor.
 class CFileStream : public CArchiveStream {
-public:
+  public:
     CFileStream() = default;
     ~CFileStream() override;
     CFileStream(const CFileStream &) = delete;
@@ -72,13 +72,13 @@ public:
     int64_t Remaining() const override;
     bool Flush() override;
 
-private:
+  private:
     std::FILE *m_pFile = nullptr;
     int64_t m_size = -1;
 };
 
 class CArchive {
-public:
+  public:
     enum Mode { load, store };
     CArchive(CArchiveStream &stream, Mode mode) : m_stream(stream), m_mode(mode) {}
 
@@ -116,7 +116,7 @@ public:
     // Writes what is buffered; throws writeFailed when that fails.
     void Flush();
 
-private:
+  private:
     void WriteLE(uint64_t v, int bytes);
     uint64_t ReadLE(int bytes);
 

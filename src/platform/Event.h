@@ -8,7 +8,7 @@
 namespace qk {
 
 class CEvent {
-public:
+  public:
     static constexpr unsigned kInfinite = 0xFFFFFFFFu;
 
     // bManualReset: a set event stays set until ResetEvent; otherwise one successful wait
@@ -26,7 +26,7 @@ public:
 
     bool IsSet() const;
 
-private:
+  private:
     mutable std::mutex m_mutex;
     std::condition_variable m_cv;
     bool m_bSet;

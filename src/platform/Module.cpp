@@ -5,7 +5,9 @@
 
 namespace qk {
 
-CModule::~CModule() { Unload(); }
+CModule::~CModule() {
+    Unload();
+}
 
 bool CModule::Load(const std::string &name) {
     Unload();

@@ -6,7 +6,7 @@
 namespace qk {
 
 class CModule {
-public:
+  public:
     CModule() = default;
     ~CModule();
     CModule(const CModule &) = delete;
@@ -21,7 +21,7 @@ public:
     std::string Path() const;
     void Unload();
 
-private:
+  private:
     void *m_handle = nullptr;
 };
 

@@ -11,14 +11,14 @@ namespace qk {
 class CArchive;
 
 class CObject {
-public:
+  public:
     virtual ~CObject() = default;
     virtual void Serialize(CArchive &ar) {}
     virtual const char *GetRuntimeClassName() const { return "CObject"; }
 };
 
 class ClassRegistry {
-public:
+  public:
     using Factory = std::unique_ptr<CObject> (*)();
     // Registers a class; the later of two registrations of one name wins.
     static void Register(const std::string &name, Factory factory);
@@ -35,12 +35,16 @@ struct ClassRegistrar {
 }  // namespace qk
 
 // In a class body: the run-time class name and a factory.
-#define QK_DECLARE_SERIAL(cls)                                               \
-public:                                                                      \
-    const char *GetRuntimeClassName() const override { return #cls; }       \
+#define QK_DECLARE_SERIAL(cls)                         \
+  public:                                              \
+    const char *GetRuntimeClassName() const override { \
+        return #cls;                                   \
+    }                                                  \
     static std::unique_ptr<qk::CObject> CreateObject();
 
 // In the class's source file: the factory and its registration.
-#define QK_IMPLEMENT_SERIAL(cls)                                                         \
-    std::unique_ptr<qk::CObject> cls::CreateObject() { return std::make_unique<cls>(); } \
+#define QK_IMPLEMENT_SERIAL(cls)                       \
+    std::unique_ptr<qk::CObject> cls::CreateObject() { \
+        return std::make_unique<cls>();                \
+    }                                                  \
     static const qk::ClassRegistrar s_registrar_##cls(#cls, &cls::CreateObject);

@@ -9,7 +9,7 @@ namespace qk {
 
 template <typename T>
 class Relaxed {
-public:
+  public:
     Relaxed(T value = T()) : m_value(value) {}  // NOLINT(google-explicit-constructor)
     Relaxed(const Relaxed &other) : m_value(other.load()) {}
     Relaxed &operator=(const Relaxed &other) {
@@ -25,7 +25,7 @@ public:
     T load() const { return m_value.load(std::memory_order_relaxed); }
     void store(T value) { m_value.store(value, std::memory_order_relaxed); }
 
-private:
+  private:
     std::atomic<T> m_value;
 };
 

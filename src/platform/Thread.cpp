@@ -5,7 +5,9 @@
 
 namespace qk {
 
-CWinThread::~CWinThread() { Join(); }
+CWinThread::~CWinThread() {
+    Join();
+}
 
 bool CWinThread::CreateThread(bool bRealTime) {
     if (m_thread.joinable()) {

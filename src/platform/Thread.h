@@ -21,7 +21,7 @@ struct ThreadMessage {
 };
 
 class CWinThread {
-public:
+  public:
     CWinThread() = default;
     CWinThread(const CWinThread &) = delete;
     CWinThread &operator=(const CWinThread &) = delete;
@@ -50,11 +50,11 @@ public:
 
     std::thread::id GetThreadId() const { return m_threadId.load(std::memory_order_relaxed); }
 
-protected:
+  protected:
     // Runs one message other than quit; the message map of a derived class.
     virtual void OnThreadMessage(const ThreadMessage &msg) {}
 
-private:
+  private:
     void ThreadMain();
 
     mutable std::mutex m_queueMutex;

@@ -30,7 +30,9 @@ std::string hrtfFolderPath(const char *pcName) {
 }
 }  // namespace
 
-CQKSDK::CQKSDK() { qkInit(); }
+CQKSDK::CQKSDK() {
+    qkInit();
+}
 
 CQKSDK::~CQKSDK() {
     if (m_hSettingsModule != nullptr) {
@@ -104,9 +106,13 @@ int CQKSDK::qkPause() {
     return 0;
 }
 
-int CQKSDK::qk_Set_Playback_State(int iState) { return m_pProcessor->Set_Playback_State(iState); }
+int CQKSDK::qk_Set_Playback_State(int iState) {
+    return m_pProcessor->Set_Playback_State(iState);
+}
 
-int CQKSDK::qk_Get_Playback_State(int &iState) { return m_pProcessor->Get_Playback_State(iState); }
+int CQKSDK::qk_Get_Playback_State(int &iState) {
+    return m_pProcessor->Get_Playback_State(iState);
+}
 
 int CQKSDK::qk_Enter_CS() {
     m_pProcessor->m_csEngine.lock();
@@ -129,7 +135,7 @@ int CQKSDK::qk_Dlg_Settings(int iArg) {
         auto module = std::make_unique<qk::CModule>();
         if (module->Load("libmQUENDARIKe.so")) {
             {
-                std::lock_guard<std::recursive_mutex> guard(m_pProcessor->m_csEngine);
+                std::lock_guard<qk::CEngineLock> guard(m_pProcessor->m_csEngine);
                 m_pProcessor->m_Parameters._read();
             }
             m_pfnDlgSettings = module->Symbol("dlgQKSDKSettings");
@@ -175,7 +181,7 @@ int CQKSDK::qk_Appl_Register_On_Values(unsigned long ulCallback, unsigned long u
 }
 
 int CQKSDK::qk_Appl_UnRegister_On_Values() {
-    std::lock_guard<std::recursive_mutex> guard(m_pProcessor->m_csEngine);
+    std::lock_guard<qk::CEngineLock> guard(m_pProcessor->m_csEngine);
     m_pProcessor->m_pfnOnValues = nullptr;
     return 0;
 }
@@ -185,7 +191,9 @@ int CQKSDK::qk_Appl_Register_On_Message(QK_ON_MESSAGE pfnCallback, unsigned long
     return 0;
 }
 
-int CQKSDK::qk_Ssrc_Add_Gauss(int &iID) { return m_pProcessor->AddSource_Gauss(iID); }
+int CQKSDK::qk_Ssrc_Add_Gauss(int &iID) {
+    return m_pProcessor->AddSource_Gauss(iID);
+}
 
 int CQKSDK::qk_Ssrc_Add_File(int &iID, const char *pcPath) {
     if (pcPath == nullptr) {
@@ -224,7 +232,7 @@ int CQKSDK::qk_Ssrc_Set_Enable(int iID, int iEnable) {
 }
 
 int CQKSDK::qk_Asnk_Set(int iDevice) {
-    std::lock_guard<std::recursive_mutex> guard(m_pProcessor->m_csEngine);
+    std::lock_guard<qk::CEngineLock> guard(m_pProcessor->m_csEngine);
     m_pProcessor->m_Parameters.m_iAudioSink = iDevice;
     return 0;
 }
@@ -238,9 +246,13 @@ int CQKSDK::qk_HRTF_Set_Full(const char *pcPath) {
     return m_pProcessor->SetHRTF(pcPath != nullptr ? pcPath : "");
 }
 
-int CQKSDK::qk_HRTF_Get_Full(char *pcBuffer) { return m_pProcessor->GetHRTF(pcBuffer); }
+int CQKSDK::qk_HRTF_Get_Full(char *pcBuffer) {
+    return m_pProcessor->GetHRTF(pcBuffer);
+}
 
-int CQKSDK::qk_HRTF_Set(const char *pcName) { return m_pProcessor->SetHRTF(hrtfFolderPath(pcName)); }
+int CQKSDK::qk_HRTF_Set(const char *pcName) {
+    return m_pProcessor->SetHRTF(hrtfFolderPath(pcName));
+}
 
 int CQKSDK::qk_HRTF_Get(char *pcBuffer) {
     copyOut(pcBuffer, qk::FileNamePart(m_pProcessor->m_Parameters.GetHRTFRequest()));
@@ -251,7 +263,9 @@ int CQKSDK::qk_HRTF_CTC_Set_Full(const char *pcPath) {
     return m_pProcessor->SetHRTFCTC(pcPath != nullptr ? pcPath : "");
 }
 
-int CQKSDK::qk_HRTF_CTC_Get_Full(char *pcBuffer) { return m_pProcessor->GetHRTFCTC(pcBuffer); }
+int CQKSDK::qk_HRTF_CTC_Get_Full(char *pcBuffer) {
+    return m_pProcessor->GetHRTFCTC(pcBuffer);
+}
 
 int CQKSDK::qk_HRTF_CTC_Set(const char *pcName) {
     return m_pProcessor->SetHRTFCTC(hrtfFolderPath(pcName));

@@ -13,7 +13,7 @@
 class CQUENDARIC_PARAMETERS : public qk::CObject {
     QK_DECLARE_SERIAL(CQUENDARIC_PARAMETERS)
 
-public:
+  public:
     CQUENDARIC_PARAMETERS();
     ~CQUENDARIC_PARAMETERS() override;
 
@@ -74,13 +74,13 @@ public:
     qk::Relaxed<int> m_iSharedSFM = 1;
     std::string m_strHRTFRequest;
     std::string m_strHRTFRequest_CTC;
-    qk::Relaxed<int> m_iWorldChanged = 1;     // one-block change flags
+    qk::Relaxed<int> m_iWorldChanged = 1;  // one-block change flags
     qk::Relaxed<int> m_iMaterialChanged = 0;
     qk::Relaxed<int> m_iHoldIRs = 0;
     std::string m_strApplication;
     qk::Relaxed<int> m_iHRTFChanged = 0;
 
-    qk::Relaxed<int> m_iORMS = 0;       // research flags
+    qk::Relaxed<int> m_iORMS = 0;  // research flags
     qk::Relaxed<int> m_iGraphBIR = 0;
     qk::Relaxed<int> m_iInfo = 0;
     qk::Relaxed<int> m_iOneReverb = 1;

@@ -88,7 +88,7 @@ void CQUENDARIK_PROCESSOR::OnPlay(uintptr_t, intptr_t) {
     m_Parameters.m_iHRTFChanged = 0;
     m_iBlocks = 0;
     {
-        std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+        std::lock_guard<qk::CEngineLock> guard(m_csEngine);
         for (auto &source : m_listSources) {
             source->_init(iBlockLength, iSampleRate);
         }
@@ -110,19 +110,22 @@ void CQUENDARIK_PROCESSOR::OnPlay(uintptr_t, intptr_t) {
             {
                 // Held while walking the list, so that a host thread adding a source can't
                 // move the list under the walk.
-                std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+                std::lock_guard<qk::CEngineLock> guard(m_csEngine);
                 for (auto &source : m_listSources) {
                     source->_process_1P(nullptr, iBlockLength, iBits, iChannels, iSampleRate);
                 }
             }
             _processWinAmp(iBlockLength, iBits, iChannels, iSampleRate);
             m_iBlocks = m_iBlocks + 1;
+            // Unpaced (no device, or nothing to render) this loop would take the lock back at
+            // once, every time; host threads waiting for it go first.
+            m_csEngine.YieldToWaiters();
         } else {
             std::this_thread::yield();
         }
     }
     {
-        std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+        std::lock_guard<qk::CEngineLock> guard(m_csEngine);
         for (auto &source : m_listSources) {
             source->_quit();
         }
@@ -132,7 +135,9 @@ void CQUENDARIK_PROCESSOR::OnPlay(uintptr_t, intptr_t) {
     m_evtStopped.SetEvent();
 }
 
-void CQUENDARIK_PROCESSOR::OnStop(uintptr_t, intptr_t) { m_iStopRequested = 1; }
+void CQUENDARIK_PROCESSOR::OnStop(uintptr_t, intptr_t) {
+    m_iStopRequested = 1;
+}
 
 void CQUENDARIK_PROCESSOR::OnProcessWinAmp(uintptr_t wParam, intptr_t) {
     // The message owns one reference to the call; the caller may have given up already.
@@ -156,6 +161,9 @@ int CQUENDARIK_PROCESSOR::_processWinAmp(int, int, int, int) {
 int CQUENDARIK_PROCESSOR::_processWinAmpThread(int iLength, int iBits, int iChannels,
                                                int iSampleRate) {
     s_iWinAmpResult = 0;
+    if (HasExited()) {
+        return 0;  // nobody would ever run the message
+    }
     auto call = std::make_shared<WinAmpCall>();
     call->iLength = iLength;
     call->iBits = iBits;
@@ -180,7 +188,7 @@ CSOURCE *CQUENDARIK_PROCESSOR::GetSourceFromID(int iID) {
 }
 
 int CQUENDARIK_PROCESSOR::AddSource(std::unique_ptr<CSOURCE> pSource) {
-    std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+    std::lock_guard<qk::CEngineLock> guard(m_csEngine);
     const int iID = pSource->m_iID;
     m_listSources.push_back(std::move(pSource));
     return iID;
@@ -217,7 +225,7 @@ int CQUENDARIK_PROCESSOR::SetSource_File(int iID, const std::string &strPath) {
     if (strPath.size() < 3) {
         return -1;
     }
-    std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+    std::lock_guard<qk::CEngineLock> guard(m_csEngine);
     CSOURCE *source = GetSourceFromID(iID);
     if (source == nullptr) {
         return -1;
@@ -232,7 +240,7 @@ int CQUENDARIK_PROCESSOR::SetSource_File(int iID, const std::string &strPath) {
 
 int CQUENDARIK_PROCESSOR::SoundSource_File_GetFileInfo(int iID, char *pcInfo1, char *pcInfo2,
                                                        int *piInfo) {
-    std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+    std::lock_guard<qk::CEngineLock> guard(m_csEngine);
     CSOURCE *source = GetSourceFromID(iID);
     if (source == nullptr) {
         return -1;
@@ -245,10 +253,12 @@ int CQUENDARIK_PROCESSOR::SoundSource_File_GetFileInfo(int iID, char *pcInfo1, c
     return 0;
 }
 
-int CQUENDARIK_PROCESSOR::RemoveSource(int) { return 0; }
+int CQUENDARIK_PROCESSOR::RemoveSource(int) {
+    return 0;
+}
 
 int CQUENDARIK_PROCESSOR::RemoveAllSources() {
-    std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+    std::lock_guard<qk::CEngineLock> guard(m_csEngine);
     for (auto &source : m_listSources) {
         source->_quit();
     }
@@ -260,7 +270,7 @@ int CQUENDARIK_PROCESSOR::GenerateSamples_1P(int iID, void *pData, int iLength, 
                                              int iChannels, int iSampleRate) {
     CSOURCE *source = nullptr;
     {
-        std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+        std::lock_guard<qk::CEngineLock> guard(m_csEngine);
         source = GetSourceFromID(iID);
     }
     if (source == nullptr) {
@@ -273,7 +283,7 @@ int CQUENDARIK_PROCESSOR::GenerateSamples_2P(int iID, void **ppData, int iLength
                                              int iChannels, int iSampleRate) {
     CSOURCE *source = nullptr;
     {
-        std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+        std::lock_guard<qk::CEngineLock> guard(m_csEngine);
         source = GetSourceFromID(iID);
     }
     if (source == nullptr) {
@@ -283,7 +293,7 @@ int CQUENDARIK_PROCESSOR::GenerateSamples_2P(int iID, void **ppData, int iLength
 }
 
 int CQUENDARIK_PROCESSOR::SoundSource_Set_Enable(int iID, int iEnable) {
-    std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+    std::lock_guard<qk::CEngineLock> guard(m_csEngine);
     CSOURCE *source = GetSourceFromID(iID);
     if (source == nullptr) {
         return -1;
@@ -293,7 +303,7 @@ int CQUENDARIK_PROCESSOR::SoundSource_Set_Enable(int iID, int iEnable) {
 }
 
 int CQUENDARIK_PROCESSOR::SoundSource_Get_Enable(int iID, int &iEnable) {
-    std::lock_guard<std::recursive_mutex> guard(m_csEngine);
+    std::lock_guard<qk::CEngineLock> guard(m_csEngine);
     CSOURCE *source = GetSourceFromID(iID);
     if (source == nullptr) {
         return -1;
@@ -359,8 +369,8 @@ int CQUENDARIK_PROCESSOR::CTCSetParameters(float fDistL, float fAzL, float fElL,
     return 0;
 }
 
-int CQUENDARIK_PROCESSOR::CTCGetParameters(float &fDistL, float &fAzL, float &fElL,
-                                           float &fDistR, float &fAzR, float &fElR) {
+int CQUENDARIK_PROCESSOR::CTCGetParameters(float &fDistL, float &fAzL, float &fElL, float &fDistR,
+                                           float &fAzR, float &fElR) {
     fDistL = m_Parameters.m_fCTCDistanceL;
     fAzL = m_Parameters.m_fCTCAzimuthL;
     fElL = m_Parameters.m_fCTCElevationL;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "dsp/IppBuffer.h"
+#include "platform/EngineLock.h"
 #include "platform/Event.h"
 #include "platform/Relaxed.h"
 #include "platform/Thread.h"
@@ -17,7 +18,7 @@
 #include "sources/CSOURCE.h"
 
 class CQUENDARIK_PROCESSOR : public qk::CWinThread {
-public:
+  public:
     // Thread messages.
     static constexpr unsigned kMsgPlay = 2850;
     static constexpr unsigned kMsgStop = 2851;
@@ -25,8 +26,8 @@ public:
     // How long a hosted block may take before its caller gives up, ms.
     static constexpr unsigned kWinAmpTimeout = 10000;
 
-    using OnValuesFn = void (*)(unsigned long user, float *left, float *right, int frames,
-                                int bits, int channels, int rate, float gain);
+    using OnValuesFn = void (*)(unsigned long user, float *left, float *right, int frames, int bits,
+                                int channels, int rate, float gain);
 
     CQUENDARIK_PROCESSOR();
     ~CQUENDARIK_PROCESSOR() override;
@@ -82,7 +83,7 @@ public:
     // Blocks made by the play loop since the last play started.
     int GetBlockCount() const { return m_iBlocks; }
 
-    std::recursive_mutex m_csEngine;  // the one lock of the system; re-entrant
+    qk::CEngineLock m_csEngine;  // the one lock of the system; re-entrant
     qk::Relaxed<int> m_iPlaybackState = 7;
     qk::Relaxed<unsigned long> m_dwOnValuesUser = 0;
     qk::Relaxed<OnValuesFn> m_pfnOnValues = nullptr;
@@ -100,10 +101,10 @@ public:
     // The last result of a block run through the message, for hosts that read it.
     static qk::Relaxed<int> s_iWinAmpResult;
 
-protected:
+  protected:
     void OnThreadMessage(const qk::ThreadMessage &msg) override;
 
-private:
+  private:
     struct WinAmpCall;
 
     void OnPlay(uintptr_t wParam, intptr_t lParam);

@@ -24,7 +24,9 @@ void filterBand(const float *pIn, float *pOut, int iLength, IppsIIRState_32f *st
 }
 }  // namespace
 
-CSOURCE::~CSOURCE() { TerminateBreak(); }
+CSOURCE::~CSOURCE() {
+    TerminateBreak();
+}
 
 void CSOURCE::Serialize(qk::CArchive &ar) {
     CSSS::Serialize(ar);
@@ -36,12 +38,24 @@ void CSOURCE::Serialize(qk::CArchive &ar) {
     }
 }
 
-int CSOURCE::_process_1P(void *, int, int, int, int) { return 0; }
-int CSOURCE::_process_2P(void **, int, int, int, int) { return 0; }
-int CSOURCE::StepFordward(int) { return 1; }
-int CSOURCE::StepBackwards(int) { return 1; }
-int CSOURCE::SetSourceVariable(const std::string &, const std::string &) { return 0; }
-int CSOURCE::GetSourceVariable(const std::string &, std::string &) { return 0; }
+int CSOURCE::_process_1P(void *, int, int, int, int) {
+    return 0;
+}
+int CSOURCE::_process_2P(void **, int, int, int, int) {
+    return 0;
+}
+int CSOURCE::StepFordward(int) {
+    return 1;
+}
+int CSOURCE::StepBackwards(int) {
+    return 1;
+}
+int CSOURCE::SetSourceVariable(const std::string &, const std::string &) {
+    return 0;
+}
+int CSOURCE::GetSourceVariable(const std::string &, std::string &) {
+    return 0;
+}
 
 int CSOURCE::SetVariable(const std::string &strKey, const std::string &strValue) {
     if (strKey == "Offset") {

@@ -9,7 +9,7 @@ struct IppsIIRState_32f;
 class CSOURCE : public CSSS {
     QK_DECLARE_SERIAL(CSOURCE)
 
-public:
+  public:
     CSOURCE() = default;
     ~CSOURCE() override;
 
@@ -46,15 +46,15 @@ public:
     void TerminateBreak();
 
     int m_iResamplePhase = 0;
-    int m_iSource_Channels = 0;   // channels in m_pfData; the sound object refuses 0
+    int m_iSource_Channels = 0;  // channels in m_pfData; the sound object refuses 0
     int m_iSource_SampleRate = 0;
     int m_iSource_Bits = 0;
-    int m_iSource_Length = 0;     // frames of the material
-    int m_iOffset = 0;            // frames skipped at the start ("Offset")
+    int m_iSource_Length = 0;  // frames of the material
+    int m_iOffset = 0;         // frames skipped at the start ("Offset")
     float m_fMagnitude = 10000.0f;
     float m_fGain_dB = 0.0f;
     int m_iLoop = 0;
-    int m_iBreak = 0;             // exactly 1: host-fed sources split bands after each block
+    int m_iBreak = 0;  // exactly 1: host-fed sources split bands after each block
     CIppBuffer m_pfBreakLow;
     CIppBuffer m_pfBreakHigh;
     int m_iBreakReady = 0;

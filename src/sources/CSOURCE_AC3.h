@@ -7,7 +7,7 @@
 class CSOURCE_AC3 : public CSOURCE_FILE {
     QK_DECLARE_SERIAL(CSOURCE_AC3)
 
-public:
+  public:
     CSOURCE_AC3();
 
     void Serialize(qk::CArchive &ar) override;

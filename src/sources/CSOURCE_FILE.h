@@ -9,7 +9,7 @@
 class CSOURCE_FILE : public CSOURCE {
     QK_DECLARE_SERIAL(CSOURCE_FILE)
 
-public:
+  public:
     CSOURCE_FILE() = default;
 
     void Serialize(qk::CArchive &ar) override;
@@ -21,7 +21,7 @@ public:
     void SetFile(const std::string &strFile);
     std::string GetFileRequest() const;
 
-protected:
+  protected:
     mutable std::mutex m_csFileRequest;
     std::string m_strFileRequest;  // the file wanted; m_strFile is the file in use
 };

@@ -8,7 +8,7 @@
 class CSOURCE_GAUSS : public CSOURCE {
     QK_DECLARE_SERIAL(CSOURCE_GAUSS)
 
-public:
+  public:
     CSOURCE_GAUSS() = default;
 
     // Stores nothing: a noise source keeps no id and no enable flag in an archive.

@@ -7,7 +7,7 @@
 class CSOURCE_MP3 : public CSOURCE_FILE {
     QK_DECLARE_SERIAL(CSOURCE_MP3)
 
-public:
+  public:
     CSOURCE_MP3();
 
     void Serialize(qk::CArchive &ar) override;

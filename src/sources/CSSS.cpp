@@ -14,8 +14,7 @@ CSSS::~CSSS() = default;
 
 void CSSS::Serialize(qk::CArchive &ar) {
     if (ar.IsStoring()) {
-        ar << 1.0f << static_cast<int32_t>(m_iID)
-           << static_cast<int32_t>(m_iEnable) << m_strName
+        ar << 1.0f << static_cast<int32_t>(m_iID) << static_cast<int32_t>(m_iEnable) << m_strName
            << m_strFile;
     } else {
         float version = 0.0f;
@@ -27,11 +26,21 @@ void CSSS::Serialize(qk::CArchive &ar) {
     }
 }
 
-int CSSS::_init(int, int) { return 0; }
-int CSSS::_process(float *, int, int) { return 0; }
-int CSSS::_process(int, int, int &) { return 0; }
-int CSSS::_quit() { return 0; }
-int CSSS::CheckFileName(const std::string &) { return 1; }
+int CSSS::_init(int, int) {
+    return 0;
+}
+int CSSS::_process(float *, int, int) {
+    return 0;
+}
+int CSSS::_process(int, int, int &) {
+    return 0;
+}
+int CSSS::_quit() {
+    return 0;
+}
+int CSSS::CheckFileName(const std::string &) {
+    return 1;
+}
 
 int CSSS::_adjustDataBuffer(int iLength) {
     if (iLength < 1) {

@@ -14,7 +14,7 @@
 class CSSS : public qk::CObject {
     QK_DECLARE_SERIAL(CSSS)
 
-public:
+  public:
     CSSS();
     ~CSSS() override;
     CSSS(const CSSS &) = delete;
@@ -54,9 +54,9 @@ public:
     int m_iStarted = 0;                    // _init ended well; until then silence
     int m_iFailed = 0;                     // the sink could not open its file
     std::string m_strName;
-    std::string m_strFile;                 // file name in use
-    const void *m_pFileData = nullptr;     // optional in-memory file bytes; not owned
-    CIppBuffer m_pfData;                   // planar sample block
-    int m_iDataLength = 0;                 // floats allocated, kept by _adjustDataBuffer only
+    std::string m_strFile;              // file name in use
+    const void *m_pFileData = nullptr;  // optional in-memory file bytes; not owned
+    CIppBuffer m_pfData;                // planar sample block
+    int m_iDataLength = 0;              // floats allocated, kept by _adjustDataBuffer only
     int m_iID;
 };

@@ -30,7 +30,7 @@ std::string loadString(const std::vector<uint8_t> &bytes) {
 
 class Probe : public qk::CObject {
     QK_DECLARE_SERIAL(Probe)
-public:
+  public:
     void Serialize(CArchive &ar) override {
         if (ar.IsStoring()) {
             ar << value;
@@ -47,8 +47,8 @@ TEST(Archive, NumbersAreLittleEndian) {
     CMemoryStream out;
     CArchive ar(out, CArchive::store);
     ar << int32_t{0x01020304} << 1.0f << int16_t{-2};
-    const std::vector<uint8_t> expected = {0x04, 0x03, 0x02, 0x01, 0x00, 0x00,
-                                           0x80, 0x3F, 0xFE, 0xFF};
+    const std::vector<uint8_t> expected = {0x04, 0x03, 0x02, 0x01, 0x00,
+                                           0x00, 0x80, 0x3F, 0xFE, 0xFF};
     EXPECT_EQ(out.Bytes(), expected);
 }
 
@@ -71,8 +71,8 @@ TEST(Archive, CountedStringsUseTheThreeLengthForms) {
     EXPECT_EQ(longForm[2], 0xFF);
     EXPECT_EQ(longForm[3], 70000 & 0xFF);
 
-    for (size_t n : {size_t{0}, size_t{254}, size_t{255}, size_t{0xFFFE}, size_t{0xFFFF},
-                     size_t{70000}}) {
+    for (size_t n :
+         {size_t{0}, size_t{254}, size_t{255}, size_t{0xFFFE}, size_t{0xFFFF}, size_t{70000}}) {
         const std::string s(n, 'x');
         EXPECT_EQ(loadString(storeString(s)), s) << n;
     }
