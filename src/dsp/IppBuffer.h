@@ -8,14 +8,15 @@
 #include "dsp/ipps.h"
 
 class CIppBuffer {
-public:
+  public:
     CIppBuffer() = default;
     explicit CIppBuffer(int len) { Allocate(len); }
     ~CIppBuffer() { Reset(); }
     CIppBuffer(const CIppBuffer &) = delete;
     CIppBuffer &operator=(const CIppBuffer &) = delete;
     CIppBuffer(CIppBuffer &&other) noexcept
-        : m_pData(std::exchange(other.m_pData, nullptr)), m_iLength(std::exchange(other.m_iLength, 0)) {}
+        : m_pData(std::exchange(other.m_pData, nullptr)),
+          m_iLength(std::exchange(other.m_iLength, 0)) {}
     CIppBuffer &operator=(CIppBuffer &&other) noexcept {
         if (this != &other) {
             Reset();
@@ -48,7 +49,7 @@ public:
     operator float *() const { return m_pData; }  // NOLINT(google-explicit-constructor)
     int size() const { return m_iLength; }
 
-private:
+  private:
     float *m_pData = nullptr;
     int m_iLength = 0;
 };

@@ -16,7 +16,9 @@ Ipp32f *ippsMalloc_32f(int len) {
     return static_cast<Ipp32f *>(std::aligned_alloc(32, bytes));
 }
 
-void ippsFree(void *ptr) { std::free(ptr); }
+void ippsFree(void *ptr) {
+    std::free(ptr);
+}
 
 IppStatus ippsMax_32f(const Ipp32f *pSrc, int len, Ipp32f *pMax) {
     if (pSrc == nullptr || pMax == nullptr) {
@@ -48,7 +50,9 @@ uint32_t nextRandom(uint32_t &state) {
 }
 
 // Uniform in (0, 1], never 0, so that the logarithm below is finite.
-double uniformOpen(uint32_t &state) { return (static_cast<double>(nextRandom(state)) + 1.0) / 4294967296.0; }
+double uniformOpen(uint32_t &state) {
+    return (static_cast<double>(nextRandom(state)) + 1.0) / 4294967296.0;
+}
 }  // namespace
 
 IppStatus ippsRandGauss_Direct_32f(Ipp32f *pDst, int len, Ipp32f mean, Ipp32f stdDev,
