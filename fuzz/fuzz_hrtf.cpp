@@ -11,7 +11,9 @@
 #include "platform/Report.h"
 
 namespace {
-int quiet(unsigned long, const char *, const char *, int) { return qk::kAnswerNo; }
+int quiet(unsigned long, const char *, const char *, int) {
+    return qk::kAnswerNo;
+}
 
 void lookups(CHELPER_HRTF &set) {
     float *left = nullptr;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "binaural/CHELPER_HRTF.h"
+#include "platform/Report.h"
 
 namespace {
 // The speed of sound that turns a path length into a delay, m/s.
@@ -13,6 +14,8 @@ constexpr float kSpeedOfSound = 343.0f;
 // Longest response the synthesis makes, samples an ear (about six minutes at 44,100 Hz);
 // a reflection later than that is left out.
 constexpr int64_t kMaxSynthesisLength = int64_t{1} << 24;
+// Longest reflection filter taken; a reflection with a longer one is left out.
+constexpr int kMaxFilterLength = 1 << 16;
 
 // Whole-sample delay: trunc(ms / 1000 * rate), the only quantisation of a delay; -1 for a
 // delay that is not finite or lies beyond kMaxSynthesisLength. A negative delay is 0.
@@ -30,6 +33,30 @@ int64_t nextPowerOfTwo(int64_t n) {
         p <<= 1;
     }
     return p;
+}
+
+// Filters one response with n reflection-filter coefficients over M = length + n - 1
+// samples (the response zero-padded to M): a FIR state made for the occasion above 32
+// coefficients, direct convolution up to 32. pfOut receives M samples; a state that can't be
+// made is reported and leaves silence.
+void filterResponse(const float *pfResponse, int iLength, const float *pfCoefs, int n,
+                    std::vector<float> &padded, float *pfOut) {
+    const int M = iLength + n - 1;
+    if (n <= 32) {
+        ippsConv_32f(pfResponse, iLength, pfCoefs, n, pfOut);
+        return;
+    }
+    padded.assign(static_cast<size_t>(M), 0.0f);
+    std::copy(pfResponse, pfResponse + iLength, padded.begin());
+    IppsFIRState_32f *pState = nullptr;
+    ippsFIRInitAlloc_32f(&pState, pfCoefs, n, nullptr);
+    if (pState == nullptr) {
+        qk::Report("Error: m_ppFIRState = NULL in GetHRTF", "FAILURE", qk::Severity::Error);
+        std::fill(pfOut, pfOut + M, 0.0f);
+        return;
+    }
+    ippsFIR_32f(padded.data(), pfOut, M, pState);
+    ippsFIRFree_32f(pState);
 }
 
 // Adds fGain * pfSource[0..n) into pfDest at iOffset, within iLength.
@@ -76,7 +103,7 @@ int CHELPER_HRTF::GetHRTF(float *&pfLeft, float *&pfRight, int &iLength, const f
     int iMaxFilter = 0;
     for (int i = 0; i < iCount; ++i) {
         iMaxDelay = std::max(iMaxDelay, delaySamples(pfDelaysMs[i], iSampleRate));
-        if (bFilters) {
+        if (bFilters && piFilterLengths[i] <= kMaxFilterLength) {
             iMaxFilter = std::max(iMaxFilter, piFilterLengths[i]);
         }
     }
@@ -97,6 +124,9 @@ int CHELPER_HRTF::GetHRTF(float *&pfLeft, float *&pfRight, int &iLength, const f
 
     float *pfL = nullptr;
     float *pfR = nullptr;
+    std::vector<float> padded;
+    std::vector<float> filteredL;
+    std::vector<float> filteredR;
     int64_t p = 0;  // position of the next filter in pfFilterCoefs
     for (int i = 0; i < iCount; ++i) {
         int iResponse = 0;
@@ -105,10 +135,21 @@ int CHELPER_HRTF::GetHRTF(float *&pfLeft, float *&pfRight, int &iLength, const f
         }
         const int64_t iOffset = delaySamples(pfDelaysMs[i], iSampleRate);
         const int iFilter = bFilters ? std::max(piFilterLengths[i], 0) : 0;
-        if (iOffset >= 0 && iResponse > 0) {
+        if (iOffset >= 0 && iResponse > 0 && iFilter <= kMaxFilterLength) {
             if (iFilter == 0) {
                 addScaled(pfLeft, iTotal, iOffset, pfL, iResponse, pfGains[i]);
                 addScaled(pfRight, iTotal, iOffset, pfR, iResponse, pfGains[i]);
+            } else {
+                // Each reflection: its response convolved with its own reflection filter.
+                const int M = iResponse + iFilter - 1;
+                filteredL.resize(static_cast<size_t>(M));
+                filteredR.resize(static_cast<size_t>(M));
+                filterResponse(pfL, iResponse, pfFilterCoefs + p, iFilter, padded,
+                               filteredL.data());
+                filterResponse(pfR, iResponse, pfFilterCoefs + p, iFilter, padded,
+                               filteredR.data());
+                addScaled(pfLeft, iTotal, iOffset, filteredL.data(), M, pfGains[i]);
+                addScaled(pfRight, iTotal, iOffset, filteredR.data(), M, pfGains[i]);
             }
         }
         p += iFilter;

@@ -121,3 +121,85 @@ TEST(CHELPER_HRTF_Synthesis, AbsurdDelaysAndEmptyListsStaySafe) {
     EXPECT_EQ(p.length, 4);
     EXPECT_EQ(p.left[0], 0.0f);
 }
+
+namespace {
+// Direct convolution in double precision, as the reference for the filtered reflections.
+std::vector<double> convolve(const float *a, int na, const float *b, int nb) {
+    std::vector<double> out(static_cast<size_t>(na + nb - 1), 0.0);
+    for (int i = 0; i < na; ++i) {
+        for (int j = 0; j < nb; ++j) {
+            out[static_cast<size_t>(i + j)] += static_cast<double>(a[i]) * b[j];
+        }
+    }
+    return out;
+}
+}  // namespace
+
+TEST(CHELPER_HRTF_Synthesis, EachReflectionIsConvolvedWithItsOwnFilter) {
+    // Filters of 3 and 40 coefficients: the short one by direct convolution, the long one
+    // through a FIR state; both must give the full linear convolution.
+    auto set = twoDirections();
+    std::vector<float> coefs(3 + 40);
+    for (size_t k = 0; k < coefs.size(); ++k) {
+        coefs[k] = std::cos(0.3f * static_cast<float>(k)) / (1.0f + static_cast<float>(k));
+    }
+    const int lengths[] = {3, 40};
+    const float az[] = {0.0f, 90.0f}, el[] = {0.0f, 0.0f};
+    const float delays[] = {2.0f, 7.0f}, gains[] = {0.5f, 2.0f};
+    Pair p;
+    ASSERT_EQ(set->GetHRTF(p.left, p.right, p.length, az, el, delays, gains, coefs.data(), lengths,
+                           2, 0, 1000),
+              1);
+    ASSERT_EQ(p.length, 7 + 40 + 4);  // trunc(delay) + longest filter + taps
+    std::vector<double> left(51, 0.0), right(51, 0.0);
+    const float *d = set->m_pfData.get();
+    const auto l0 = convolve(d + 0, 4, coefs.data(), 3);
+    const auto r0 = convolve(d + 4, 4, coefs.data(), 3);
+    const auto l1 = convolve(d + 8, 4, coefs.data() + 3, 40);
+    const auto r1 = convolve(d + 12, 4, coefs.data() + 3, 40);
+    for (size_t k = 0; k < l0.size(); ++k) {
+        left[2 + k] += 0.5 * l0[k];
+        right[2 + k] += 0.5 * r0[k];
+    }
+    for (size_t k = 0; k < l1.size(); ++k) {
+        left[7 + k] += 2.0 * l1[k];
+        right[7 + k] += 2.0 * r1[k];
+    }
+    // Single-precision sums of a few dozen products.
+    constexpr double kTolerance = 1e-5;
+    for (int k = 0; k < 51; ++k) {
+        EXPECT_NEAR(p.left[k], left[static_cast<size_t>(k)], kTolerance) << k;
+        EXPECT_NEAR(p.right[k], right[static_cast<size_t>(k)], kTolerance) << k;
+    }
+}
+
+TEST(CHELPER_HRTF_Synthesis, ASkippedReflectionLeavesItsFilterToTheNext) {
+    ReportCatcher catcher;
+    auto set = twoDirections();
+    // Reflection 0 has no measurement; reflection 1 then reads filter 0's coefficients.
+    const float coefs[] = {2.0f, 0.0f, /* filter 1: */ 0.0f, 0.0f, 5.0f};
+    const int lengths[] = {2, 3};
+    const float az[] = {45.0f, 0.0f}, el[] = {0.0f, 0.0f};
+    const float delays[] = {0.0f, 0.0f}, gains[] = {1.0f, 1.0f};
+    Pair p;
+    ASSERT_EQ(
+        set->GetHRTF(p.left, p.right, p.length, az, el, delays, gains, coefs, lengths, 2, 0, 1000),
+        1);
+    for (int k = 0; k < 4; ++k) {
+        EXPECT_FLOAT_EQ(p.left[k], 2.0f * Code(0, k)) << k;  // filter {2, 0}, not {0, 0, 5}
+    }
+    EXPECT_EQ(p.left[4], 0.0f);
+}
+
+TEST(CHELPER_HRTF_Synthesis, ZeroLengthFiltersLeaveTheirReflectionUnfiltered) {
+    auto set = twoDirections();
+    const float coefs[] = {3.0f};
+    const int lengths[] = {0, 1};
+    const float az[] = {0.0f, 90.0f}, el[] = {0.0f, 0.0f};
+    const float delays[] = {0.0f, 4.0f}, gains[] = {1.0f, 1.0f};
+    Pair p;
+    set->GetHRTF(p.left, p.right, p.length, az, el, delays, gains, coefs, lengths, 2, 0, 1000);
+    ASSERT_EQ(p.length, 4 + 1 + 4);
+    EXPECT_EQ(p.left[1], Code(0, 1));
+    EXPECT_FLOAT_EQ(p.left[5], 3.0f * Code(2, 1));
+}
