@@ -181,6 +181,71 @@ class IStreamSource : public qk::CArchiveStream {
   private:
     std::istream &m_in;
 };
+
+// Everything a file holds, checked: the header, the raw tables and the raw samples.
+struct FileContents {
+    Header header;
+    bool bShort = false;      // samples are 16-bit integers
+    bool bKnownType = false;  // the sample type word is one the reader knows
+    int64_t iSamples = 0;
+    std::vector<uint8_t> abTables;
+    std::vector<uint8_t> abSamples;  // empty for an unknown sample type
+};
+
+// Reads and checks a whole file; returns what is wrong with it, or an empty text. Nothing is
+// allocated for tables or samples before the bytes that remain are known to hold them.
+std::string readWhole(qk::CArchiveStream &source, bool bFromStream, FileContents &file) {
+    char szMagic[kMagicSize + 1] = {};
+    if (!readExactly(source, szMagic, kMagicSize) || std::strcmp(szMagic, kMagic) != 0) {
+        return "Invalid QKHRTF file";
+    }
+    uint8_t abHeader[kHeaderBytes];
+    if (!readExactly(source, abHeader, kHeaderBytes)) {
+        return "Invalid QKHRTF file: it ends inside the header";
+    }
+    const Header &h = file.header = parseHeader(abHeader);
+    if (const char *pcProblem = checkCounts(h.iChannels, h.iRate, h.iTaps, h.iMeasurements)) {
+        return std::string("Invalid QKHRTF file: ") + pcProblem;
+    }
+    // From a stream the samples are floats whatever the word says.
+    file.bShort = !bFromStream && std::strcmp(h.szDataType, "16s") == 0;
+    file.bKnownType = bFromStream || file.bShort || std::strcmp(h.szDataType, "32f") == 0;
+    file.iSamples = static_cast<int64_t>(h.iMeasurements) * h.iChannels * h.iTaps;
+    const int64_t iSampleBytes = file.iSamples * (file.bShort ? 2 : 4);
+    const int64_t iAfterTables = source.Remaining() - static_cast<int64_t>(2 * kTableBytes);
+    if (iAfterTables < 0) {
+        return "Invalid QKHRTF file: it ends inside the direction tables";
+    }
+    if (file.bKnownType &&
+        (iAfterTables < iSampleBytes || file.iSamples > std::numeric_limits<int>::max())) {
+        return "Invalid QKHRTF file: it holds fewer samples than its header declares";
+    }
+    file.abTables.resize(2 * kTableBytes);
+    if (!readExactly(source, file.abTables.data(), file.abTables.size())) {
+        return "Invalid QKHRTF file: it ends inside the direction tables";
+    }
+    if (file.bKnownType) {
+        file.abSamples.resize(static_cast<size_t>(iSampleBytes));
+        if (!readExactly(source, file.abSamples.data(), file.abSamples.size())) {
+            return "Invalid QKHRTF file: it holds fewer samples than its header declares";
+        }
+    }
+    return std::string();
+}
+
+// "16s": v / 32768; "32f": the floats as they are.
+void decodeSamples(const FileContents &file, float *pf) {
+    const uint8_t *p = file.abSamples.data();
+    for (int64_t i = 0; i < file.iSamples; ++i) {
+        if (file.bShort) {
+            const auto v = static_cast<int16_t>(static_cast<uint16_t>(p[2 * i]) |
+                                                (static_cast<uint16_t>(p[2 * i + 1]) << 8));
+            pf[i] = static_cast<float>(v) * (1.0f / 32768.0f);
+        } else {
+            pf[i] = leFloat(p + 4 * i);
+        }
+    }
+}
 }  // namespace
 
 int CHELPER_HRTF::Load(const std::string &strFileName) {
@@ -211,51 +276,15 @@ int CHELPER_HRTF::ReadFrom(qk::CArchiveStream &source, bool bFromStream) {
         return ReadFrom(memory, bFromStream);
     }
     m_pfData.Reset();
-    auto fail = [](const char *pcText) {
-        qk::Report(pcText, kCaption, qk::Severity::Error);
+    FileContents file;
+    const std::string strProblem = readWhole(source, bFromStream, file);
+    if (!strProblem.empty()) {
+        qk::Report(strProblem, kCaption, qk::Severity::Error);
         return -1;
-    };
-
-    char szMagic[kMagicSize + 1] = {};
-    if (!readExactly(source, szMagic, kMagicSize) || std::strcmp(szMagic, kMagic) != 0) {
-        return fail("Invalid QKHRTF file");
-    }
-    uint8_t abHeader[kHeaderBytes];
-    if (!readExactly(source, abHeader, kHeaderBytes)) {
-        return fail("Invalid QKHRTF file: it ends inside the header");
-    }
-    const Header h = parseHeader(abHeader);
-    if (const char *pcProblem = checkCounts(h.iChannels, h.iRate, h.iTaps, h.iMeasurements)) {
-        return fail((std::string("Invalid QKHRTF file: ") + pcProblem).c_str());
-    }
-    const bool bShort = !bFromStream && std::strcmp(h.szDataType, "16s") == 0;
-    const bool bKnownType = bFromStream || bShort || std::strcmp(h.szDataType, "32f") == 0;
-    const int64_t iSamples = static_cast<int64_t>(h.iMeasurements) * h.iChannels * h.iTaps;
-    const int64_t iSampleBytes = iSamples * (bShort ? 2 : 4);
-    const int64_t iRemaining = source.Remaining();
-    if (iRemaining < static_cast<int64_t>(2 * kTableBytes)) {
-        return fail("Invalid QKHRTF file: it ends inside the direction tables");
-    }
-    if (bKnownType && iRemaining - static_cast<int64_t>(2 * kTableBytes) < iSampleBytes) {
-        return fail("Invalid QKHRTF file: it holds fewer samples than its header declares");
-    }
-    if (bKnownType && iSamples > std::numeric_limits<int>::max()) {
-        return fail("Invalid QKHRTF file: too many samples");
-    }
-
-    std::vector<uint8_t> abTables(2 * kTableBytes);
-    if (!readExactly(source, abTables.data(), abTables.size())) {
-        return fail("Invalid QKHRTF file: it ends inside the direction tables");
-    }
-    std::vector<uint8_t> abSamples;
-    if (bKnownType) {
-        abSamples.resize(static_cast<size_t>(iSampleBytes));
-        if (!readExactly(source, abSamples.data(), abSamples.size())) {
-            return fail("Invalid QKHRTF file: it holds fewer samples than its header declares");
-        }
     }
 
     // The file is whole: the header and the tables take effect.
+    const Header &h = file.header;
     m_fVersion = h.fVersion;
     std::memcpy(m_szDescription, h.szDescription, sizeof(m_szDescription));
     std::memcpy(m_szType, h.szType, sizeof(m_szType));
@@ -269,24 +298,14 @@ int CHELPER_HRTF::ReadFrom(qk::CArchiveStream &source, bool bFromStream) {
     m_iTaps = h.iTaps;
     std::memcpy(m_szDataType, h.szDataType, sizeof(m_szDataType));
     m_iMeasurements = h.iMeasurements;
-    readTable(abTables.data(), m_aiTableA);
-    readTable(abTables.data() + kTableBytes, m_aiLookup);
-    if (!bKnownType) {
-        return fail("Invalid data type of QKHRTF file");
+    readTable(file.abTables.data(), m_aiTableA);
+    readTable(file.abTables.data() + kTableBytes, m_aiLookup);
+    if (!file.bKnownType) {
+        qk::Report("Invalid data type of QKHRTF file", kCaption, qk::Severity::Error);
+        return -1;
     }
-
-    m_pfData.Allocate(static_cast<int>(iSamples));
-    float *pf = m_pfData.get();
-    const uint8_t *p = abSamples.data();
-    for (int64_t i = 0; i < iSamples; ++i) {
-        if (bShort) {
-            const auto v = static_cast<int16_t>(static_cast<uint16_t>(p[2 * i]) |
-                                                (static_cast<uint16_t>(p[2 * i + 1]) << 8));
-            pf[i] = static_cast<float>(v) * (1.0f / 32768.0f);
-        } else {
-            pf[i] = leFloat(p + 4 * i);
-        }
-    }
+    m_pfData.Allocate(static_cast<int>(file.iSamples));
+    decodeSamples(file, m_pfData.get());
     return 0;
 }
 
