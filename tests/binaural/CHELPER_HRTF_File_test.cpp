@@ -38,7 +38,7 @@ int readBytes(CHELPER_HRTF &set, const std::vector<uint8_t> &bytes) {
 }
 
 std::string tempPath(const std::string &name) {
-    return testing::TempDir() + name;
+    return qktest::TempPath(name);
 }
 
 std::vector<uint8_t> fileBytes(const std::string &path) {

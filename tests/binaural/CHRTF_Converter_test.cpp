@@ -16,7 +16,7 @@ using qktest::ReportCatcher;
 
 namespace {
 std::string tempPath(const std::string &name) {
-    return testing::TempDir() + name;
+    return qktest::TempPath(name);
 }
 
 // Magnitudes of bins 0..n/2 of a real sequence, by a plain DFT in double precision.

@@ -132,9 +132,9 @@ TEST_F(KemarImport, ShortRateAndTypeOptions) {
 TEST(SofaImport, FilesItCannotUseAreRefusedWithAReason) {
     CHELPER_HRTF set;
     std::string error;
-    EXPECT_EQ(qk::ImportSofa(testing::TempDir() + "absent.sofa", {}, set, error), -1);
+    EXPECT_EQ(qk::ImportSofa(qktest::TempPath("absent.sofa"), {}, set, error), -1);
     EXPECT_NE(error.find("absent.sofa"), std::string::npos);
-    const std::string junk = testing::TempDir() + "junk.sofa";
+    const std::string junk = qktest::TempPath("junk.sofa");
     std::ofstream(junk) << "this is not an HDF5 file at all";
     error.clear();
     EXPECT_EQ(qk::ImportSofa(junk, {}, set, error), -1);

@@ -1,6 +1,10 @@
 #include "support/HrtfSets.h"
 
+#include <unistd.h>
+
 #include <cstring>
+
+#include <gtest/gtest.h>
 
 #include "platform/Archive.h"
 #include "platform/Report.h"
@@ -35,6 +39,10 @@ std::unique_ptr<CHELPER_HRTF> MakeSet(int iMeasurements, int iTaps, const char *
 
 void FillLookup(CHELPER_HRTF &set, int m) {
     set.m_aiLookup.assign(CHELPER_HRTF::kDirections, m);
+}
+
+std::string TempPath(const std::string &name) {
+    return testing::TempDir() + "qk" + std::to_string(getpid()) + "_" + name;
 }
 
 std::vector<uint8_t> StoreToBytes(CHELPER_HRTF &set) {

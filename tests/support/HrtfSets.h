@@ -19,6 +19,9 @@ float Code(int iSlot, int iTap);
 // Points every direction of the lookup table at measurement m.
 void FillLookup(CHELPER_HRTF &set, int m);
 
+// A scratch file name of this process (so that builds testing at once don't meet).
+std::string TempPath(const std::string &name);
+
 // The bytes of a stored set.
 std::vector<uint8_t> StoreToBytes(CHELPER_HRTF &set);
 
