@@ -195,6 +195,22 @@ int CQKSDK::qk_Ssrc_Add_Gauss(int &iID) {
     return m_pProcessor->AddSource_Gauss(iID);
 }
 
+int CQKSDK::qk_Ssrc_Add_Winamp(int &iID) {
+    return m_pProcessor->AddSource_WinAmp(iID);
+}
+
+int CQKSDK::qk_Ssrc_Add_VST(int &iID) {
+    return m_pProcessor->AddSource_VST(iID);
+}
+
+int CQKSDK::qk_Ssrc_Add_DXi2(int &iID) {
+    return m_pProcessor->AddSource_DXi2(iID);
+}
+
+int CQKSDK::qk_Ssrc_Add_WMP(int &iID) {
+    return m_pProcessor->AddSource_WMP(iID);
+}
+
 int CQKSDK::qk_Ssrc_Add_File(int &iID, const char *pcPath) {
     if (pcPath == nullptr) {
         return -1;

@@ -4,23 +4,61 @@
 // are read and written through the accessors, under m_csStrings.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "platform/Object.h"
 #include "platform/Relaxed.h"
+#include "world/CDSC_World.h"
+
+namespace qk {
+class CArchive;
+}
 
 class CQUENDARIC_PARAMETERS : public qk::CObject {
     QK_DECLARE_SERIAL(CQUENDARIC_PARAMETERS)
 
   public:
     CQUENDARIC_PARAMETERS();
+    // Stores the settings file first, so that the settings are kept whatever the host did.
     ~CQUENDARIC_PARAMETERS() override;
+    CQUENDARIC_PARAMETERS(const CQUENDARIC_PARAMETERS &) = delete;
+    CQUENDARIC_PARAMETERS &operator=(const CQUENDARIC_PARAMETERS &) = delete;
 
-    // The .qksettings file of the application: loading leaves everything as it was when the
-    // file is missing or unreadable; storing never reports.
+    // The persistent settings: a version float (1.0, ignored on loading), then the fields
+    // marked "stored" below in their order, ints and floats in 32 bits, strings counted.
+    // Storing first turns a pending HRTF request into the set in use, so that what is kept
+    // is what was last asked for. Loading reads everything before it changes anything: an
+    // archive that ends early throws and leaves the settings as they were.
+    void Serialize(qk::CArchive &ar) override;
+
+    // The .qksettings file of the application. _read leaves everything as it was when the
+    // file is missing, unreadable, truncated or not a settings file. _write replaces the file
+    // through a temporary one, so a failed write keeps the old file; it never reports.
     void _read();
     void _write();
+    // Where both go: the settings folder, then the application's name cut to its first four
+    // characters (names of fewer are used whole), or "default" when it is empty.
+    std::string SettingsPath();
+    // Loads settings from the bytes of a settings file. False, and nothing changed, when the
+    // bytes are not exactly one settings archive.
+    bool LoadSettings(const void *pData, size_t size);
+    // The bytes of a settings file for what is in force now.
+    std::vector<uint8_t> StoreSettings();
+
+    // Second-order Butterworth coefficients b0, b1, b2, a0, a1, a2 for a corner in Hz at
+    // m_iSampleRate, not divided by a0. pfCoefs is freed with ippsFree when set and replaced
+    // by 6 floats from ippsMalloc_32f.
+    void GetLPCoefs(float *&pfCoefs, float fCorner) const;
+    void GetHPCoefs(float *&pfCoefs, float fCorner) const;
+
+    // Hooks run after a project is loaded; 0.
+    int OnLoading();
+    int OnLoading_QKHRTF() { return 0; }
+    int OnLoading_WORLD() { return 0; }
 
     // Paths of the HRTF data sets the host asked for; the block path loads them.
     void SetHRTFRequest(const std::string &strPath);
@@ -28,6 +66,8 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
     void SetHRTFRequestCTC(const std::string &strPath);
     std::string GetHRTFRequestCTC() const;
 
+    // Stored: every field from here to m_strHRTF_CTC, in this order, then the four research
+    // flags at the end.
     qk::Relaxed<int> m_iChannelMode = 2;  // 2: m_iAudioLink selects, 1: m_iChannelSelect
     qk::Relaxed<int> m_i3DAudio = 1;      // 1 spatial rendering, 0 straight routing
     qk::Relaxed<int> m_iSFM = 0;          // sound field model, 0..4
@@ -68,8 +108,9 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
     qk::Relaxed<int> m_iWorldModel = 2;
     std::string m_strWorldFile;
     qk::Relaxed<int> m_iAudioSink = -1;  // device number; -1 default, -2 none
-    std::string m_strHRTF;
-    std::string m_strHRTF_CTC;
+    std::string m_strHRTF;               // data set in use
+    std::string m_strHRTF_CTC;           // data set of the canceller
+    CDSC_World m_World;                  // the world; not in the stored form
 
     qk::Relaxed<int> m_iSharedSFM = 1;
     std::string m_strHRTFRequest;
@@ -87,4 +128,10 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
 
     // Guards the strings above that a host thread writes while the engine reads them.
     mutable std::recursive_mutex m_csStrings;
+
+  private:
+    struct Stored;
+    static void SerializeStored(qk::CArchive &ar, Stored &v);
+    Stored Capture();
+    void Apply(const Stored &v);
 };

@@ -7,6 +7,7 @@
 #include "sdk/Messages.h"
 #include "sources/CSOURCE_AC3.h"
 #include "sources/CSOURCE_GAUSS.h"
+#include "sources/CSOURCE_HOSTFED.h"
 #include "sources/CSOURCE_MP3.h"
 #include "sources/CSOURCE_WAVE.h"
 
@@ -196,6 +197,26 @@ int CQUENDARIK_PROCESSOR::AddSource(std::unique_ptr<CSOURCE> pSource) {
 
 int CQUENDARIK_PROCESSOR::AddSource_Gauss(int &iID) {
     iID = AddSource(std::make_unique<CSOURCE_GAUSS>());
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::AddSource_WinAmp(int &iID) {
+    iID = AddSource(std::make_unique<CSOURCE_WINAMP>());
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::AddSource_VST(int &iID) {
+    iID = AddSource(std::make_unique<CSOURCE_VST>());
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::AddSource_DXi2(int &iID) {
+    iID = AddSource(std::make_unique<CSOURCE_DXi2>());
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::AddSource_WMP(int &iID) {
+    iID = AddSource(std::make_unique<CSOURCE_WMP>());
     return 0;
 }
 

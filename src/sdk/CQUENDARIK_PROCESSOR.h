@@ -37,6 +37,11 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
 
     // Sound sources. Ids come from CSSS::m_iObjectCounter. Unknown ids give -1.
     int AddSource_Gauss(int &iID);
+    // Sources a host pushes its samples into.
+    int AddSource_WinAmp(int &iID);
+    int AddSource_VST(int &iID);
+    int AddSource_DXi2(int &iID);
+    int AddSource_WMP(int &iID);
     // The kind is fixed by the last three characters of the name: WAV, AC3 or MP3.
     int AddSource_File(int &iID, const std::string &strPath);
     int SetSource_File(int iID, const std::string &strPath);

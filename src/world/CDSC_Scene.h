@@ -1,0 +1,71 @@
+// One geometry file's worth of a world: corners and planes with their own numbering. The
+// world's text reader fills it with expressions; generation turns them into numbers.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/Object.h"
+#include "world/C3Point.h"
+#include "world/CVRPlane.h"
+#include "world/CVRPoint.h"
+
+class CDSC_World;
+
+class CDSC_Scene : public qk::CObject {
+    QK_DECLARE_SERIAL(CDSC_Scene)
+
+  public:
+    CDSC_Scene();
+    // A scene bound to pWorld. An absolute path is split into m_strFolder and m_strName; any
+    // other text is the scene's name as it stands.
+    CDSC_Scene(CDSC_World *pWorld, const std::string &strPath, const std::string &strDescription,
+               int iMain);
+    // Fields by value; the lists are not copied.
+    CDSC_Scene(const CDSC_Scene &other);
+    CDSC_Scene &operator=(const CDSC_Scene &other);
+    ~CDSC_Scene() override = default;
+
+    // Deletes the corners, empties the include list, deletes the planes.
+    virtual void Clear();
+
+    int InsertPoint(CVRPoint *pPoint);  // takes ownership; 0
+    int InsertPoint(int iID, const std::string &strX, const std::string &strY,
+                    const std::string &strZ);
+    int InsertPoint(int iID, const std::string &strFunction);
+    int RemovePoint(CVRPoint *) { return 0; }
+    int UpdatePoint(CVRPoint *) { return 0; }
+    int InsertPlane(CVRPlane *&pOut, int iID, const std::string &strName,
+                    const std::string &strMaterial);
+
+    // Generates each corner in file order and appends it to the world's list of all
+    // corners, so a corner can read corners before it, in this scene or an earlier one.
+    // Stops at the first corner in error with its result (the corners before it stay in the
+    // world's list); 0 when all went well.
+    int GeneratePoints();
+
+    std::vector<std::unique_ptr<CVRPoint>> m_Points;    // owned, file order
+    std::vector<std::unique_ptr<CVRPlane>> m_Planes;    // owned, file order
+    std::vector<std::unique_ptr<qk::CObject>> m_Third;  // archived, always empty
+    CDSC_World *m_pWorld = nullptr;                     // not owned
+    std::vector<std::string> m_Includes;                // files named by INCLUDE
+    std::string m_strName;  // file name without folder, or a generator's name
+    std::string m_strDescription;
+    int m_iMain = 1;                         // 1 for a main scene
+    std::string m_strFolder;                 // folder of the file
+    float m_fScale[3] = {1.0f, 1.0f, 1.0f};  // kept, read by nothing
+    int m_iObject = 0;                       // OBJECT
+    int m_iMirror = 0;                       // MIRROR
+    int m_iOffsetCorners = 0;                // OFFSETCO
+    int m_iOffsetPlanes = 0;                 // OFFSETPL
+    int m_iOffsetCornersBy = 0;
+    int m_iOffsetPlanesBy = 0;
+    int m_iMirrorCorners = 0;  // first number of MIRROR
+    int m_iMirrorPlanes = 0;   // second number of MIRROR
+    int m_iFromBack = 1;       // 1 FROMBACK, 0 FROMFRONT: which way normals point
+    C3Point m_Normal;          // normal of the plane generated last
+
+  private:
+    void CopyFields(const CDSC_Scene &other);
+};

@@ -1,0 +1,139 @@
+#include "world/CVRConstant.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/Archive.h"
+#include "world/CDSC_World.h"
+
+namespace {
+// A world's constants generated in list order, as the world does it.
+float valueOf(CDSC_World &world, const std::string &name) {
+    for (const auto &c : world.m_Constants) {
+        if (c->m_strName == name) {
+            return c->m_fValue;
+        }
+    }
+    ADD_FAILURE() << "no constant " << name;
+    return 0.0f;
+}
+
+int generateOne(CDSC_World &world, const std::string &value, float &out) {
+    CVRConstant c(&world, "probe", value, "", 1);
+    c.m_fValue = out;
+    const int result = c.Generate();
+    out = c.m_fValue;
+    return result;
+}
+}  // namespace
+
+TEST(CVRConstant, LiteralForms) {
+    CDSC_World world;
+    float v = 9.0f;
+    EXPECT_EQ(generateOne(world, "\"text\"", v), 0);
+    EXPECT_EQ(v, 9.0f);  // a string leaves the value alone
+    EXPECT_EQ(generateOne(world, "", v), 0);
+    EXPECT_EQ(v, 9.0f);
+    EXPECT_EQ(generateOne(world, "TRUE", v), 0);
+    EXPECT_EQ(v, 1.0f);
+    EXPECT_EQ(generateOne(world, "false", v), 0);
+    EXPECT_EQ(v, 0.0f);
+    EXPECT_EQ(generateOne(world, "3,5", v), 0);  // a decimal comma
+    EXPECT_FLOAT_EQ(v, 3.5f);
+    EXPECT_EQ(generateOne(world, "5", v), 0);  // one character goes through substitution
+    EXPECT_EQ(v, 5.0f);
+    EXPECT_EQ(generateOne(world, "sqrt(16)", v), 0);  // the parser's square root is SQR
+    EXPECT_EQ(v, 4.0f);
+    EXPECT_EQ(generateOne(world, "1/0", v), 0);  // a value error is no error here
+    EXPECT_EQ(generateOne(world, "2+", v), 0);
+    EXPECT_EQ(generateOne(world, "2)", v), 203);
+    CVRConstant orphan(nullptr, "a", "1+1", "", 1);
+    EXPECT_EQ(orphan.Generate(), 203);
+}
+
+TEST(CVRConstant, ConstantsUsedBeforeTheyAreDefinedHaveTheirOldValue) {
+    CDSC_World world;
+    world.InsertConstant("h", "3", "", 1);
+    world.InsertConstant("h2", "h*2", "", 1);
+    world.InsertConstant("late", "g+1", "", 1);
+    world.InsertConstant("g", "10", "", 1);
+    EXPECT_EQ(world.GenerateConstants(), 0);
+    EXPECT_FLOAT_EQ(valueOf(world, "h2"), 6.0f);
+    EXPECT_FLOAT_EQ(valueOf(world, "late"), 1.0f);  // g was still 0.000
+    EXPECT_EQ(world.GenerateConstants(), 0);
+    EXPECT_FLOAT_EQ(valueOf(world, "late"), 11.0f);  // a second round sees g
+}
+
+TEST(CVRConstant, SubstitutionTestsTheFirstOccurrenceOnly) {
+    CDSC_World world;
+    world.InsertConstant("d", "4", "", 1);
+    world.InsertConstant("Pi", "3.14159", "", 1);
+    world.InsertConstant("w", "2", "", 1);
+    EXPECT_EQ(world.GenerateConstants(), 0);
+    float v = 0.0f;
+    // "d" in "d2" fails the test and is left out altogether.
+    EXPECT_EQ(generateOne(world, "d2+1", v), 203);
+    // In "d+width" the first "d" passes, and then the one inside "width" is replaced too.
+    EXPECT_EQ(generateOne(world, "d+width", v), 203);
+    EXPECT_EQ(generateOne(world, "(d)*[2]", v), 203);  // brackets separate, not parse
+    EXPECT_EQ(generateOne(world, "(d)*2", v), 0);
+    EXPECT_FLOAT_EQ(v, 8.0f);
+    // A constant enters with three decimals; names are matched in their exact case.
+    EXPECT_EQ(generateOne(world, "Pi*1000", v), 0);
+    EXPECT_FLOAT_EQ(v, 3142.0f);
+    EXPECT_EQ(generateOne(world, "pi*1000", v), 203);
+    // "^" is no separator on either side: w stays in the text.
+    EXPECT_EQ(generateOne(world, "2^w", v), 203);
+    EXPECT_EQ(generateOne(world, "w^2", v), 203);
+    EXPECT_EQ(generateOne(world, "(w)^2", v), 0);
+    EXPECT_FLOAT_EQ(v, 4.0f);
+}
+
+TEST(CVRConstant, SubstitutionEndsForNamesInsideTheirOwnValue) {
+    CDSC_World world;
+    world.InsertConstant("0", "5", "", 1);  // "5.000" holds "0" again
+    world.InsertConstant("", "1", "", 1);
+    EXPECT_EQ(world.GenerateConstants(), 0);
+    float v = 0.0f;
+    EXPECT_EQ(generateOne(world, "0", v), 0);
+    EXPECT_FLOAT_EQ(v, 5.0f);
+}
+
+TEST(CVRConstant, UpdateByName) {
+    CDSC_World world;
+    world.InsertConstant("a", "1", "", 1);
+    world.InsertConstant("a", "2", "", 1);
+    EXPECT_EQ(world.UpdateConstant("a", "7+1"), 0);
+    EXPECT_FLOAT_EQ(world.m_Constants[0]->m_fValue, 8.0f);
+    EXPECT_EQ(world.m_Constants[1]->m_strValue, "2");  // only the first of that name
+    EXPECT_EQ(world.UpdateConstant("nobody", "3"), 0);
+    EXPECT_EQ(world.m_Constants.size(), 2u);
+    CVRConstant *first = world.m_Constants[0].get();
+    world.RemoveConstant(first);
+    ASSERT_EQ(world.m_Constants.size(), 1u);
+    EXPECT_EQ(world.m_Constants[0]->m_strValue, "2");
+}
+
+TEST(CVRConstant, ArchiveForm) {
+    CVRConstant c(nullptr, "width", "4,5", "room width", 0);
+    c.m_fValue = 4.5f;
+    qk::CMemoryStream out;
+    qk::CArchive store(out, qk::CArchive::store);
+    c.Serialize(store);
+    // version, three counted strings around the value, the flag
+    EXPECT_EQ(out.Bytes().size(), 4u + 6u + 4u + 4u + 11u + 4u);
+
+    qk::CMemoryStream in(out.Bytes().data(), out.Bytes().size());
+    qk::CArchive load(in, qk::CArchive::load);
+    CVRConstant back;
+    back.Serialize(load);
+    EXPECT_EQ(back.m_strName, "width");
+    EXPECT_EQ(back.m_strValue, "4,5");
+    EXPECT_EQ(back.m_fValue, 4.5f);
+    EXPECT_EQ(back.m_strDescription, "room width");
+    EXPECT_EQ(back.m_iFlag, 0);
+
+    qk::CMemoryStream cut(out.Bytes().data(), out.Bytes().size() - 1);
+    qk::CArchive truncated(cut, qk::CArchive::load);
+    CVRConstant partial;
+    EXPECT_THROW(partial.Serialize(truncated), qk::CArchiveException);
+}
