@@ -2,9 +2,9 @@
 //
 // FFTW's planner is not thread-safe and planning is slow, so every length gets one pair of
 // plans (real-to-complex and complex-to-real) for the life of the process, made under a lock
-// the first time a spec of that length is created. Specs then run those plans through the
-// new-array interface on whatever arrays they are given: directly when the arrays have the
-// alignment the plans were made for, through the spec's own scratch otherwise.
+// the first time a transform object of that length is made. The objects then run those plans
+// through the new-array interface on whatever arrays they are given: directly when the arrays have
+// the alignment the plans were made for, through the object's own scratch otherwise.
 #include <fftw3.h>
 
 #include <array>
@@ -32,8 +32,8 @@ struct PlanPair {
 std::mutex g_plannerLock;
 int g_plansMade = 0;
 
-// Plans live until the process ends: specs share them and FFTW's plan destruction isn't
-// thread-safe. The table is never destroyed, so no spec can outlive it.
+// Plans live until the process ends: transform objects share them and FFTW's plan destruction isn't
+// thread-safe. The table is never destroyed, so no transform object can outlive it.
 std::array<PlanPair, kIppMaxFFTOrder + 1> &planTable() {
     static auto *table = new std::array<PlanPair, kIppMaxFFTOrder + 1>{};
     return *table;
@@ -89,7 +89,7 @@ struct IppsFFTSpec_R_32f {
         fftwf_free(cplx);
     }
 
-    // Forward transform of n reals into the spec's complex scratch.
+    // Forward transform of n reals into the object's complex scratch.
     void forwardToScratch(const Ipp32f *pSrc) const {
         if (aligned(pSrc)) {
             fftwf_execute_dft_r2c(plans.forward, const_cast<Ipp32f *>(pSrc), cplx);

@@ -6,7 +6,9 @@
 #include "dsp/ipps.h"
 
 namespace {
-bool isNull(const void *p) { return p == nullptr; }
+bool isNull(const void *p) {
+    return p == nullptr;
+}
 
 // The common guard: a null pointer or a length under 1 does nothing.
 template <typename... P>

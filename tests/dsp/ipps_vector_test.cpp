@@ -158,4 +158,3 @@ TEST(IppsVector, NullPointersAndEmptyLengthsDoNothing) {
         EXPECT_EQ(v[i], original[i]);
     }
 }
-
