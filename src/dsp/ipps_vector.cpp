@@ -6,10 +6,15 @@
 #include "dsp/ipps.h"
 
 namespace {
+bool isNull(const void *p) {
+    return p == nullptr;
+}
+
 // The common guard: a null pointer or a length under 1 does nothing.
 template <typename... P>
 IppStatus check(int len, const P *...ptrs) {
-    if (((ptrs == nullptr) || ...)) {
+    const bool anyNull = (false || ... || isNull(ptrs));
+    if (anyNull) {
         return ippStsNullPtrErr;
     }
     return len < 1 ? ippStsSizeErr : ippStsNoErr;
