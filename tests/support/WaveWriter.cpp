@@ -16,11 +16,13 @@ void put16(std::vector<uint8_t> &out, uint16_t v) {
     out.push_back(static_cast<uint8_t>(v));
     out.push_back(static_cast<uint8_t>(v >> 8));
 }
-void putId(std::vector<uint8_t> &out, const char *id) { out.insert(out.end(), id, id + 4); }
+void putId(std::vector<uint8_t> &out, const char *id) {
+    out.insert(out.end(), id, id + 4);
+}
 }  // namespace
 
-bool WriteWave(const std::string &path, const std::vector<int> &interleaved, int channels,
-               int rate, int bits) {
+bool WriteWave(const std::string &path, const std::vector<int> &interleaved, int channels, int rate,
+               int bits) {
     const uint32_t bytesPerSample = static_cast<uint32_t>(bits / 8);
     const uint32_t dataBytes = static_cast<uint32_t>(interleaved.size()) * bytesPerSample;
     std::vector<uint8_t> out;

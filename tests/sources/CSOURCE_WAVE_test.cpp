@@ -1,0 +1,173 @@
+#include "sources/CSOURCE_WAVE.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <numeric>
+#include <vector>
+
+#include "platform/Report.h"
+#include "support/WaveWriter.h"
+
+namespace {
+// A mono ramp 1, 2, 3, ... of `frames` 16-bit samples.
+std::vector<int> ramp(int frames, int start = 1) {
+    std::vector<int> values(static_cast<size_t>(frames));
+    std::iota(values.begin(), values.end(), start);
+    return values;
+}
+
+class WaveSource : public testing::Test {
+  protected:
+    std::string Make(const std::string &name, const std::vector<int> &samples, int channels,
+                     int rate, int bits = 16) {
+        const std::string path = qktest::ScratchPath(name);
+        EXPECT_TRUE(qktest::WriteWave(path, samples, channels, rate, bits));
+        files.push_back(path);
+        return path;
+    }
+    void TearDown() override {
+        for (const auto &f : files) {
+            std::remove(f.c_str());
+        }
+    }
+    std::vector<float> Block(const CSOURCE &s, int count) const {
+        return std::vector<float>(s.m_pfData.get(), s.m_pfData.get() + count);
+    }
+    std::vector<std::string> files;
+};
+}  // namespace
+
+TEST_F(WaveSource, StereoAndMonoBlocksComeOutPlanarInTheIntegerScale) {
+    CSOURCE_WAVE stereo;
+    stereo.SetFile(Make("stereo.wav", {-32768, 10, 32767, 20, 5, 30, 6, 40}, 2, 44100));
+    ASSERT_EQ(stereo._process_1P(nullptr, 4, 16, 2, 44100), 4);
+    EXPECT_EQ(stereo.m_iSource_Channels, 2);
+    EXPECT_EQ(Block(stereo, 8), (std::vector<float>{-32768, 32767, 5, 6, 10, 20, 30, 40}));
+
+    CSOURCE_WAVE mono;
+    mono.SetFile(Make("mono8.wav", {0, 128, 255, 7}, 1, 44100, 8));
+    ASSERT_EQ(mono._process_1P(nullptr, 4, 16, 2, 44100), 4);
+    EXPECT_EQ(mono.m_iSource_Channels, 1);
+    EXPECT_EQ(Block(mono, 4), (std::vector<float>{0, 128, 255, 7}));  // no offset of 128
+}
+
+TEST_F(WaveSource, WrapsToTheStartAndOnlyTheLastReadIsConverted) {
+    CSOURCE_WAVE wave;
+    wave.SetFile(Make("six.wav", ramp(6), 1, 44100));
+    ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
+    EXPECT_EQ(Block(wave, 4), (std::vector<float>{1, 2, 3, 4}));
+    // Two frames remain, then the file starts again: the fresh frames 1, 2 land at the start
+    // and the rest of the block keeps what it held.
+    ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
+    EXPECT_EQ(Block(wave, 4), (std::vector<float>{1, 2, 3, 4}));
+    ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
+    EXPECT_EQ(Block(wave, 4), (std::vector<float>{3, 4, 5, 6}));
+}
+
+TEST_F(WaveSource, AFileEndingExactlyOnABlockStartsAgainInsteadOfReadingForever) {
+    CSOURCE_WAVE wave;
+    wave.SetFile(Make("eight.wav", ramp(8), 1, 44100));
+    for (int block = 0; block < 2; ++block) {
+        ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
+    }
+    ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
+    EXPECT_EQ(Block(wave, 4), (std::vector<float>{1, 2, 3, 4}));
+
+    CSOURCE_WAVE empty;  // nothing to play at all: silence, and the call returns
+    empty.SetFile(Make("empty.wav", {}, 1, 44100));
+    EXPECT_EQ(empty._process_1P(nullptr, 4, 16, 2, 44100), 4);
+}
+
+TEST_F(WaveSource, TheOffsetIsSkippedAtTheStartAndAtEachWrap) {
+    CSOURCE_WAVE wave;
+    wave.SetFile(Make("offset.wav", ramp(10), 1, 44100));
+    wave.SetVariable("Offset", "3");
+    ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
+    EXPECT_EQ(Block(wave, 4), (std::vector<float>{4, 5, 6, 7}));
+    // 8, 9, 10 remain; at the wrap the offset's frames are read to the start of the byte
+    // block and are what this block converts; the file then goes on behind the offset.
+    ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
+    EXPECT_EQ(Block(wave, 4), (std::vector<float>{1, 2, 3, 7}));
+    ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
+    EXPECT_EQ(Block(wave, 4), (std::vector<float>{4, 5, 6, 7}));
+}
+
+TEST_F(WaveSource, OtherRatesAreZeroStuffedOrPlayedAsRead) {
+    CSOURCE_WAVE slow;  // 22050 Hz: half a block is read, and the factor 0 changes nothing
+    slow.SetFile(Make("slow.wav", ramp(64), 1, 22050));
+    EXPECT_EQ(slow._process_1P(nullptr, 8, 16, 2, 44100), 8);
+    EXPECT_EQ(Block(slow, 4), (std::vector<float>{1, 2, 3, 4}));
+
+    CSOURCE_WAVE fast;  // 88200 Hz: twice the frames, each followed by a zero
+    fast.SetFile(Make("fast.wav", ramp(64), 1, 88200));
+    EXPECT_EQ(fast._process_1P(nullptr, 8, 16, 2, 44100), 32);
+    EXPECT_EQ(Block(fast, 6), (std::vector<float>{1, 0, 2, 0, 3, 0}));
+    EXPECT_EQ(fast.m_pfData[31], 0.0f);
+}
+
+TEST_F(WaveSource, ADisabledSourceKeepsItsPlaceAndGainIsInDecibels) {
+    CSOURCE_WAVE wave;
+    wave.SetFile(Make("place.wav", ramp(100), 1, 44100));
+    wave._process_1P(nullptr, 4, 16, 2, 44100);
+    wave.m_iEnable = 0;
+    EXPECT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 0);
+    wave.m_iEnable = 1;
+    wave.m_fGain_dB = 20.0f;
+    ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
+    EXPECT_EQ(Block(wave, 4), (std::vector<float>{50, 60, 70, 80}));
+}
+
+TEST_F(WaveSource, AnotherFileTakesOverAtTheNextBlock) {
+    CSOURCE_WAVE wave;
+    wave.SetFile(Make("first.wav", ramp(100), 1, 44100));
+    wave._process_1P(nullptr, 4, 16, 2, 44100);
+    wave.SetFile(Make("second.wav", ramp(100, 500), 1, 44100));
+    wave._process_1P(nullptr, 4, 16, 2, 44100);
+    EXPECT_EQ(Block(wave, 2), (std::vector<float>{500, 501}));
+    EXPECT_EQ(wave.CheckFileName(files[1]), 0);
+    EXPECT_EQ(wave.CheckFileName(qktest::ScratchPath("none.wav")), -1);
+}
+
+namespace {
+int g_reports = 0;
+int countReports(unsigned long, const char *, const char *, int) {
+    ++g_reports;
+    return qk::kAnswerOk;
+}
+}  // namespace
+
+TEST_F(WaveSource, MissingForeignAndTruncatedFilesGiveMinusOneAndOneReport) {
+    qk::SetReportHandler(&countReports, 0);
+    g_reports = 0;
+    CSOURCE_WAVE missing;
+    missing.SetFile(qktest::ScratchPath("missing.wav"));
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(missing._process_1P(nullptr, 4, 16, 2, 44100), -1);
+    }
+    EXPECT_EQ(g_reports, 1);  // not once a block
+
+    const std::string foreign = qktest::ScratchPath("foreign.wav");
+    files.push_back(foreign);
+    std::FILE *f = std::fopen(foreign.c_str(), "wb");
+    std::fputs("ID3 this is not a wave file at all", f);
+    std::fclose(f);
+    CSOURCE_WAVE notWave;
+    notWave.SetFile(foreign);
+    EXPECT_EQ(notWave._process_1P(nullptr, 4, 16, 2, 44100), -1);
+    EXPECT_EQ(g_reports, 2);
+
+    // A header that promises more data than the file holds plays what is there.
+    const std::string cut = Make("cut.wav", ramp(50), 1, 44100);
+    std::FILE *g = std::fopen(cut.c_str(), "r+b");
+    std::fseek(g, 0, SEEK_END);
+    const long size = std::ftell(g);
+    std::fclose(g);
+    ASSERT_EQ(truncate(cut.c_str(), size - 60), 0);
+    CSOURCE_WAVE truncated;
+    truncated.SetFile(cut);
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(truncated._process_1P(nullptr, 8, 16, 2, 44100), 8);
+    }
+    qk::SetReportHandler(nullptr, 0);
+}
