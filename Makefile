@@ -5,7 +5,13 @@ BUILD_SAN  ?= build-sanitize
 JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
 
-.PHONY: all deps build build-sanitize demo test test-fast test-sanitize bench format clean
+# The common folder, as the library finds it: QK_COMMON_ROOT, else XDG_DATA_HOME/quendarik,
+# else ~/.local/share/quendarik. The default HRTF sets go below it.
+COMMON_ROOT ?= $(or $(QK_COMMON_ROOT),$(if $(XDG_DATA_HOME),$(XDG_DATA_HOME)/quendarik),$(HOME)/.local/share/quendarik)
+HRTF_DIR    := $(COMMON_ROOT)/TORVELLAN/Common/QKHRTF
+HRTF_SETS   := VORLAN1_16s_DFE.qkhrtf KEMAR_SMALL_16s_DFE.qkhrtf
+
+.PHONY: all deps build build-sanitize demo test test-fast test-sanitize bench format clean hrtf-sets
 
 all: build
 
@@ -24,13 +30,23 @@ build: deps $(BUILD)/CMakeCache.txt
 build-sanitize: deps $(BUILD_SAN)/CMakeCache.txt
 	cmake --build $(BUILD_SAN) -j $(JOBS)
 
-demo: build
+# The build makes the default HRTF sets (from the MIT KEMAR measurements of libmysofa1);
+# they are copied to where the engine asks for them, unless a newer copy is there.
+hrtf-sets: build
+	@mkdir -p "$(HRTF_DIR)"
+	@for f in $(HRTF_SETS); do \
+	  if [ -f "$(BUILD)/data/TORVELLAN/Common/QKHRTF/$$f" ]; then \
+	    cp -u "$(BUILD)/data/TORVELLAN/Common/QKHRTF/$$f" "$(HRTF_DIR)/$$f"; \
+	  else echo "hrtf-sets: $$f was not made" >&2; fi; \
+	done
+
+demo: build hrtf-sets
 	$(BUILD)/tools/quendarik demo
 
 # The whole suite, then the same suite under AddressSanitizer and UndefinedBehaviorSanitizer.
 test: test-fast test-sanitize
 
-test-fast: build
+test-fast: build hrtf-sets
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
 test-sanitize: build-sanitize

@@ -4,5 +4,6 @@ namespace qkcli {
 
 // Each takes the arguments behind its own name and returns the program's exit code.
 int RunDemo(int argc, char **argv);
+int RunHrtf(int argc, char **argv);
 
 }  // namespace qkcli

@@ -10,7 +10,8 @@ void usage() {
     std::printf(
         "usage: quendarik COMMAND [ARGS]\n"
         "commands:\n"
-        "  demo    run a small host through the library and tell what the engine did\n");
+        "  demo    run a small host through the library and tell what the engine did\n"
+        "  hrtf    make HRTF sets from SOFA files and describe them (quendarik hrtf for more)\n");
 }
 }  // namespace
 
@@ -22,6 +23,9 @@ int main(int argc, char **argv) {
     const std::string command = argv[1];
     if (command == "demo") {
         return qkcli::RunDemo(argc - 2, argv + 2);
+    }
+    if (command == "hrtf") {
+        return qkcli::RunHrtf(argc - 2, argv + 2);
     }
     std::fprintf(stderr, "quendarik: unknown command '%s'\n", command.c_str());
     usage();

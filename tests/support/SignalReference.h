@@ -1,0 +1,19 @@
+// Independent references for checking the signal layer: a direct DFT and direct convolutions,
+// in double precision and without any transform of the library under test.
+#pragma once
+
+#include <complex>
+#include <vector>
+
+namespace qktest {
+
+// X[k] = sum over n of x[n] e^(-2 pi i k n / N), for k = 0 .. N - 1.
+std::vector<std::complex<double>> DirectDft(const std::vector<float> &x);
+
+// y[n] = sum over k of a[k] b[(n - k) mod N], both of length N.
+std::vector<double> CircularConvolution(const std::vector<float> &a, const std::vector<float> &b);
+
+// Reproducible uniform noise in -1 .. 1.
+std::vector<float> Noise(int length, unsigned seed);
+
+}  // namespace qktest
