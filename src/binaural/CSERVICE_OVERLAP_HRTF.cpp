@@ -4,12 +4,62 @@
 #include <cmath>
 #include <cstring>
 
+#include "platform/Vectorize.h"
+
 namespace {
 // Zero-based index arithmetic on buffers of N floats stays in int: N is at most 2^24.
 void zeroFloats(float *pf, int n) {
     if (n > 0) {
         std::memset(pf, 0, sizeof(float) * static_cast<size_t>(n));
     }
+}
+
+// The products of one Pack spectrum of N floats (N even) with two others: re0 and re(N/2)
+// alone, complex pairs between. The same values as ippsMulPack_32f twice, in one pass that
+// the compiler vectorizes.
+QK_VECTORIZE_WIDE void multiplyPack2(const float *__restrict a, const float *__restrict bL,
+                                     const float *__restrict bR, float *__restrict dL,
+                                     float *__restrict dR, int N) {
+    dL[0] = a[0] * bL[0];
+    dR[0] = a[0] * bR[0];
+    for (int k = 1; k < N - 1; k += 2) {
+        const float ar = a[k], ai = a[k + 1];
+        dL[k] = ar * bL[k] - ai * bL[k + 1];
+        dL[k + 1] = ar * bL[k + 1] + ai * bL[k];
+        dR[k] = ar * bR[k] - ai * bR[k + 1];
+        dR[k + 1] = ar * bR[k + 1] + ai * bR[k];
+    }
+    dL[N - 1] = a[N - 1] * bL[N - 1];
+    dR[N - 1] = a[N - 1] * bR[N - 1];
+}
+
+// With t the inverse transform of this block's product:
+//   t[0 .. n) += overlap[0 .. n)            the block as it sounds, which goes to out;
+//   tail = t[n .. N)                        what this block leaves for later blocks;
+//   overlap[0 .. N - n) = overlap[n .. N)   the shift by one block,
+//   overlap[n .. N) = 0                     which erases what the shift moved to n and up,
+//   overlap[0 .. N - n) += tail.
+// The erase after the shift is what keeps a single block of older overlap, so the bounds
+// stay exactly these. When N is under 2n the shift leaves overlap[N - n .. n) unwritten; it
+// is cleared as well, or a remnant of an earlier, longer response would sound in every block.
+// Reading overlap[n + k] ahead of writing overlap[k] is the shift; from k = min(n, N - n) on,
+// the shifted value is one the erase clears.
+QK_VECTORIZE_WIDE void sumAndShift(const float *__restrict t, float *__restrict o,
+                                   float *__restrict tail, float *__restrict out, int n, int N) {
+    for (int k = 0; k < n; ++k) {
+        out[k] = t[k] + o[k];
+    }
+    const int iRest = N - n;
+    const int iShifted = std::min(n, iRest);
+    for (int k = 0; k < iShifted; ++k) {
+        tail[k] = t[n + k];
+        o[k] = o[n + k] + t[n + k];
+    }
+    for (int k = iShifted; k < iRest; ++k) {
+        tail[k] = t[n + k];
+        o[k] = t[n + k];
+    }
+    std::memset(o + iRest, 0, sizeof(float) * static_cast<size_t>(n));
 }
 
 // The transform order for a wanted length: ceil(log2 N) as the ratio of two decimal
@@ -78,6 +128,7 @@ int CSERVICE_OVERLAP_HRTF::_init(float *pfLeft, float *pfRight, int iLength, int
         ippsFFTFwd_RToPack_32f(m_pfInput, ear == 0 ? m_pfSpectrumLeft : m_pfSpectrumRight,
                                m_pFFTSpec, nullptr);
     }
+    m_iInputWritten = N;
     m_pfProductLeft.Allocate(N);
     m_pfTimeLeft.Allocate(N);
     m_pfProductRight.Allocate(N);
@@ -99,52 +150,22 @@ int CSERVICE_OVERLAP_HRTF::_process(float *pfIn, int n, float *pfOut) {
         zeroFloats(pfOut, 2 * n);
         return -1;
     }
+    // The padded block: past the first n samples the buffer only needs clearing as far as an
+    // earlier block or _init wrote it; the forward transform leaves its input as it is.
     std::memcpy(m_pfInput.get(), pfIn, sizeof(float) * static_cast<size_t>(n));
-    zeroFloats(m_pfInput.get() + n, N - n);
+    if (m_iInputWritten > n) {
+        zeroFloats(m_pfInput.get() + n, m_iInputWritten - n);
+    }
+    m_iInputWritten = n;
     ippsFFTFwd_RToPack_32f(m_pfInput, m_pfInputSpectrum, m_pFFTSpec, nullptr);
 
-    ProcessEar(n, m_pfSpectrumLeft, m_pfProductLeft, m_pfTimeLeft, m_pfOverlapLeft, m_pfTailLeft);
-    ProcessEar(n, m_pfSpectrumRight, m_pfProductRight, m_pfTimeRight, m_pfOverlapRight,
-               m_pfTailRight);
-    std::memcpy(pfOut, m_pfTimeLeft.get(), sizeof(float) * static_cast<size_t>(n));
-    std::memcpy(pfOut + n, m_pfTimeRight.get(), sizeof(float) * static_cast<size_t>(n));
+    multiplyPack2(m_pfInputSpectrum, m_pfSpectrumLeft, m_pfSpectrumRight, m_pfProductLeft,
+                  m_pfProductRight, N);
+    ippsFFTInv_PackToR_32f(m_pfProductLeft, m_pfTimeLeft, m_pFFTSpec, nullptr);
+    sumAndShift(m_pfTimeLeft, m_pfOverlapLeft, m_pfTailLeft, pfOut, n, N);
+    ippsFFTInv_PackToR_32f(m_pfProductRight, m_pfTimeRight, m_pFFTSpec, nullptr);
+    sumAndShift(m_pfTimeRight, m_pfOverlapRight, m_pfTailRight, pfOut + n, n, N);
     return 0;
-}
-
-// With t the inverse transform of this block's product:
-//   t[0 .. n) += overlap[0 .. n)            the block as it sounds;
-//   tail = t[n .. N)                        what this block leaves for later blocks;
-//   overlap[0 .. N - n) = overlap[n .. N)   the shift by one block,
-//   overlap[n .. N) = 0                     which erases what the shift moved to n and up,
-//   overlap[0 .. N - n) += tail.
-// The erase after the shift is what keeps a single block of older overlap, so the bounds
-// stay exactly these. When N is under 2n the shift leaves overlap[N - n .. n) unwritten; it is
-// cleared as well, or a remnant of an earlier, longer response would sound in every block.
-void CSERVICE_OVERLAP_HRTF::ProcessEar(int n, const float *pfSpectrum, float *pfProduct,
-                                       float *pfTime, float *pfOverlap, float *pfTail) {
-    const int N = m_iFFTLength;
-    ippsMulPack_32f(m_pfInputSpectrum, pfSpectrum, pfProduct, N);
-    ippsFFTInv_PackToR_32f(pfProduct, pfTime, m_pFFTSpec, nullptr);
-
-    float *__restrict t = pfTime;
-    float *__restrict o = pfOverlap;
-    float *__restrict tail = pfTail;
-    for (int k = 0; k < n; ++k) {
-        t[k] += o[k];
-    }
-    // The five steps above in two passes. Reading overlap[n + k] ahead of writing overlap[k]
-    // is the shift; for k from min(n, N - n) on the shifted value is one the erase clears.
-    const int iRest = N - n;
-    const int iShifted = std::min(n, iRest);
-    for (int k = 0; k < iShifted; ++k) {
-        tail[k] = t[n + k];
-        o[k] = o[n + k] + t[n + k];
-    }
-    for (int k = iShifted; k < iRest; ++k) {
-        tail[k] = t[n + k];
-        o[k] = t[n + k];
-    }
-    zeroFloats(o + iRest, n);
 }
 
 int CSERVICE_OVERLAP_HRTF::_quit() {

@@ -65,7 +65,5 @@ class CSERVICE_OVERLAP_HRTF : public CSERVICE {
     int m_iTailRightSize = 0;
 
   private:
-    // Steps of one ear after the shared forward transform; t is left holding the block.
-    void ProcessEar(int n, const float *pfSpectrum, float *pfProduct, float *pfTime,
-                    float *pfOverlap, float *pfTail);
+    int m_iInputWritten = 0;  // leading floats of m_pfInput that may be non-zero
 };

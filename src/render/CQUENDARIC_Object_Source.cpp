@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "platform/Archive.h"
+#include "render/BlockMath.h"
 #include "sdk/CQUENDARIC_PARAMETERS.h"
 
 QK_IMPLEMENT_SERIAL(CQUENDARIC_Object_Source)
@@ -237,13 +238,21 @@ int CQUENDARIC_Object_Source::ReInitializeBIR_PCIRS() {
     return 0;
 }
 
-void CQUENDARIC_Object_Source::AdjustLevelForDistance(float *pfBlock, int n) {
+float CQUENDARIC_Object_Source::LevelForDistance() const {
     // Written so that a distance that isn't a number changes nothing either.
+    if (!(m_fDistance > 1.0f)) {
+        return 1.0f;
+    }
+    const double dB = -20.0 * std::log10(static_cast<double>(m_fDistance));
+    return static_cast<float>(std::pow(10.0, dB / 20.0));
+}
+
+// The level isn't smoothed across blocks: it steps at block edges.
+void CQUENDARIC_Object_Source::AdjustLevelForDistance(float *pfBlock, int n) {
     if (pfBlock == nullptr || !(m_fDistance > 1.0f)) {
         return;
     }
-    const double dB = -20.0 * std::log10(static_cast<double>(m_fDistance));
-    ippsMulC_32f_I(static_cast<float>(std::pow(10.0, dB / 20.0)), pfBlock, 2 * n);
+    qk::ScaleBlock(pfBlock, 2 * n, LevelForDistance());
 }
 
 void CQUENDARIC_Object_Source::CalculateIRs(int iKeepReflections, int iRate) {

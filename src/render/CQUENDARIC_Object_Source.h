@@ -69,6 +69,9 @@ class CQUENDARIC_Object_Source : public CQUENDARIC_Object {
     virtual int ReInitializeBIR_PCIRS();
     // The 1/r law beyond one metre on the 2n planar floats of pfBlock; unity within it.
     void AdjustLevelForDistance(float *pfBlock, int n);
+    // The factor that law gives for m_fDistance: 10^(dB / 20) with dB = -20 log10(distance)
+    // beyond one metre, else exactly 1.
+    float LevelForDistance() const;
     // A complete rebuild for a caller outside the block path.
     void CalculateIRs(int iKeepReflections, int iRate);
 

@@ -5,6 +5,7 @@
 
 #include "platform/Archive.h"
 #include "platform/Report.h"
+#include "render/BlockMath.h"
 #include "sdk/CQUENDARIC_PARAMETERS.h"
 #include "sources/CSOURCE.h"
 #include "world/CVRSoundSource.h"
@@ -136,13 +137,15 @@ int CQUENDARIC_Object_Source_Sound::_process(int n, int iRate) {
         if (FollowMoves(iRate)) {
             RebuildResponse(iRate);
         }
-        Render(n, iRate, iSelector);
-        DirectPathTails(n, iRate);
+        // The level by distance applies to the rendered block; it is taken along with the
+        // copy out of the convolver rather than in a pass of its own.
+        Render(n, iRate, iSelector, DirectPathLevel());
+        HeadMotion(n, iRate);
     }
     m_iRecalculate = 0;
     // A plain sum: no level per source.
     m_pSink->_adjustDataBuffer(2 * n);
-    ippsAdd_32f_I(m_pfData, m_pSink->m_pfData, 2 * n);
+    qk::AddBlock(m_pfData, m_pSink->m_pfData, 2 * n);
     return 0;
 }
 
@@ -278,52 +281,63 @@ void CQUENDARIC_Object_Source_Sound::RebuildResponse(int iRate) {
     m_fMotionBase = m_fAzimuth;
 }
 
-void CQUENDARIC_Object_Source_Sound::Convolve(float *pfIn, int n, int iRate) {
+void CQUENDARIC_Object_Source_Sound::Convolve(float *pfIn, int n, int iRate, float fGain) {
     if (m_HRTF._process(pfIn, n, iRate) != 0 || m_HRTF.m_pfData == nullptr) {
         zeroFloats(m_pfData, 2 * n);
         return;
     }
-    copyFloats(m_HRTF.m_pfData, m_pfData, 2 * n);
+    if (fGain == 1.0f) {
+        copyFloats(m_HRTF.m_pfData, m_pfData, 2 * n);
+    } else {
+        qk::CopyScaled(m_HRTF.m_pfData, m_pfData, 2 * n, fGain);
+    }
 }
 
 // With split bands only the sound's high band passes the HRTF; its low band reaches both ears
 // unchanged. A sound that has no bands for the selector renders its mono signal whole.
-void CQUENDARIC_Object_Source_Sound::Render(int n, int iRate, int iSelector) {
+void CQUENDARIC_Object_Source_Sound::Render(int n, int iRate, int iSelector, float fGain) {
     if (m_pParameters->m_iSplitBands == 0) {
-        Convolve(m_pfMono, n, iRate);
+        Convolve(m_pfMono, n, iRate, fGain);
         return;
     }
     const CSOURCE &source = *m_pSSS_Source;
     float *pfHigh = Channel(source.m_pfBreakHigh, iSelector, n);
     const float *pfLow = Channel(source.m_pfBreakLow, iSelector, n);
     if (pfHigh == nullptr || pfLow == nullptr) {
-        Convolve(m_pfMono, n, iRate);
+        Convolve(m_pfMono, n, iRate, fGain);
         return;
     }
-    Convolve(pfHigh, n, iRate);
-    ippsAdd_32f_I(pfLow, m_pfData, n);
-    ippsAdd_32f_I(pfLow, m_pfData + n, n);
+    Convolve(pfHigh, n, iRate, 1.0f);
+    qk::AddBlock(pfLow, m_pfData, n);
+    qk::AddBlock(pfLow, m_pfData + n, n);
+    if (fGain != 1.0f) {
+        qk::ScaleBlock(m_pfData, 2 * n, fGain);
+    }
 }
 
-// The direct path's level by distance, and with head motion on a slow swing of 6 degrees
-// around the azimuth of the last rebuild, about half a cycle a second (the factor 3.14 is
-// the one the swing has always had). A swung azimuth isn't whole, so the next block rebuilds
-// and takes it as the new centre: the swing builds on itself until the next move.
-void CQUENDARIC_Object_Source_Sound::DirectPathTails(int n, int iRate) {
-    const int iSFM = m_pParameters->m_iSFM;
-    if (takesDirectPathLevel(iSFM)) {
-        m_fDistance = GetDistance(m_pSink->m_position, m_position);
-        AdjustLevelForDistance(m_pfData, n);
+float CQUENDARIC_Object_Source_Sound::DirectPathLevel() {
+    if (!takesDirectPathLevel(m_pParameters->m_iSFM)) {
+        return 1.0f;
     }
-    if (m_pParameters->m_iHeadMotion == 1 && iSFM == 0) {
-        ++m_iMotionCounter;
-        float fAzimuth =
-            static_cast<float>(m_fMotionBase + 6.0 * std::sin(m_iMotionCounter * 3.14 * n / iRate));
-        if (fAzimuth < 0.0f) {
-            fAzimuth = 360.0f - fAzimuth;  // so -4 gives 364, as it always has
-        }
-        m_fAzimuth = fAzimuth;
-        m_fMotionAzimuth = fAzimuth;
-        ReInitializeHRTF(iRate);
+    m_fDistance = GetDistance(m_pSink->m_position, m_position);
+    return LevelForDistance();
+}
+
+// With head motion on, the direct path's azimuth swings by 6 degrees around the azimuth of
+// the last rebuild, about half a cycle a second (the factor 3.14 is the one the swing has
+// always had). A swung azimuth isn't whole, so the next block rebuilds and takes it as the
+// new centre: the swing builds on itself until the next move.
+void CQUENDARIC_Object_Source_Sound::HeadMotion(int n, int iRate) {
+    if (m_pParameters->m_iHeadMotion != 1 || m_pParameters->m_iSFM != 0) {
+        return;
     }
+    ++m_iMotionCounter;
+    float fAzimuth =
+        static_cast<float>(m_fMotionBase + 6.0 * std::sin(m_iMotionCounter * 3.14 * n / iRate));
+    if (fAzimuth < 0.0f) {
+        fAzimuth = 360.0f - fAzimuth;  // so -4 gives 364, as it always has
+    }
+    m_fAzimuth = fAzimuth;
+    m_fMotionAzimuth = fAzimuth;
+    ReInitializeHRTF(iRate);
 }

@@ -51,11 +51,15 @@ class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
     // Follows moves of the listener and of the world's entry; true when a rebuild is due.
     bool FollowMoves(int iRate);
     void RebuildResponse(int iRate);
-    void Render(int n, int iRate, int iSelector);
-    // Level by distance and the head-motion wobble of the direct path.
-    void DirectPathTails(int n, int iRate);
-    // Convolves pfIn into m_pfData; a convolver that can't render leaves silence.
-    void Convolve(float *pfIn, int n, int iRate);
+    // Renders the block into m_pfData at the level fGain.
+    void Render(int n, int iRate, int iSelector, float fGain);
+    // The direct path's level by distance, refreshing m_fDistance; 1 for the other models.
+    float DirectPathLevel();
+    // The head-motion wobble of the direct path.
+    void HeadMotion(int n, int iRate);
+    // Convolves pfIn into m_pfData at the level fGain; a convolver that can't render leaves
+    // silence.
+    void Convolve(float *pfIn, int n, int iRate, float fGain);
     // The planar channel k of n frames of a sound's block, or null when the block is short.
     static float *Channel(const CIppBuffer &block, int k, int n);
 };
