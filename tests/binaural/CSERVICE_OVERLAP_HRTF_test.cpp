@@ -176,8 +176,6 @@ TEST(CSERVICE_OVERLAP_HRTF, RefusesWhatItCannotConvolve) {
     EXPECT_EQ(conv._process(in.data(), 64, out.data()), -1);  // nothing in use yet
     EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](float f) { return f == 0.0f; }));
     EXPECT_EQ(conv._init(h.data(), h.data(), 0, 64), -1);
-    EXPECT_EQ(conv._init(nullptr, h.data(), 16, 64), -1);
-    EXPECT_EQ(conv._init(h.data(), h.data(), 16, 0), -1);
     EXPECT_EQ(conv._init(h.data(), h.data(), 1 << 24, 64), -1);  // beyond the transform layer
     ASSERT_EQ(conv._init(h.data(), h.data(), 16, 16), 0);
     ASSERT_EQ(conv.m_iFFTLength, 32);

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "binaural/CHELPER_HRTF.h"
-#include "platform/Archive.h"
 #include "support/HrtfSets.h"
 #include "support/SignalReference.h"
 
@@ -146,21 +145,6 @@ TEST_P(HrtfService, QuitKeepsTheRunningConvolutionAndClearHistoryEndsIt) {
 
 INSTANTIATE_TEST_SUITE_P(Methods, HrtfService, testing::Values("OVERLAP", "FIR"));
 
-TEST(CService_HRTF, OverlapHistorySurvivesQuit) {
-    auto set = twoDirectionSet();
-    CService_HRTF service;
-    service.m_pHelper = set.get();
-    std::vector<float> x = qktest::Noise(2 * kBlock, 22);
-    ASSERT_EQ(service._init(kBlock, kRate), 0);
-    service._process(x.data(), kBlock, 0);
-    service._quit();
-    ASSERT_EQ(service._init(kBlock, kRate), 0);
-    service._process(x.data() + kBlock, kBlock, 0);
-    for (int j = 0; j < kBlock; ++j) {
-        ASSERT_NEAR(service.m_pfData[j], convolveAt(x, slot(0), kBlock + j), kTolerance);
-    }
-}
-
 TEST(CService_HRTF, FailuresWithoutSetOrMeasurement) {
     qktest::ReportCatcher reports;
     CService_HRTF service;
@@ -168,7 +152,6 @@ TEST(CService_HRTF, FailuresWithoutSetOrMeasurement) {
     EXPECT_EQ(service._init(kBlock, kRate), -1);
     EXPECT_EQ(service.ReInitialize(0, 0, kRate), -1);
     EXPECT_EQ(service._process(in.data(), kBlock, 0), -1);
-    EXPECT_EQ(service.InitializeHelperHRTF(kRate), -1);
 
     auto set = twoDirectionSet();
     service.m_pHelper = set.get();
@@ -210,7 +193,7 @@ TEST(CService_HRTF, ExternalResponses) {
     EXPECT_EQ(service.m_iNewLength, 3);
 }
 
-TEST(CService_HRTF, RampAndArchive) {
+TEST(CService_HRTF, CrossFadeRamp) {
     float ramp[5];
     CService_HRTF::Ramp(ramp, 5, 1.0, 0.0);
     EXPECT_FLOAT_EQ(ramp[0], 1.0f);
@@ -218,25 +201,5 @@ TEST(CService_HRTF, RampAndArchive) {
     EXPECT_FLOAT_EQ(ramp[4], 0.0f);
     CService_HRTF::Ramp(ramp, 1, 0.0, 1.0);  // one value: the start
     EXPECT_EQ(ramp[0], 0.0f);
-
-    CService_HRTF stored;
-    EXPECT_EQ(stored.m_strName, "HRTF");
-    EXPECT_EQ(stored.m_sMethod, "OVERLAP");
-    stored.m_iAzimuth = 123;
-    stored.m_iElevation = -40;
-    stored.m_sHRTFFile = "sets/KEMAR.qkhrtf";
-    qk::CMemoryStream stream;
-    {
-        qk::CArchive ar(stream, qk::CArchive::store);
-        stored.Serialize(ar);
-    }
-    qk::CMemoryStream in(stream.Bytes().data(), stream.Bytes().size());
-    qk::CArchive ar(in, qk::CArchive::load);
-    CService_HRTF loaded;
-    loaded.Serialize(ar);
-    EXPECT_EQ(loaded.m_iAzimuth, 123);
-    EXPECT_EQ(loaded.m_iElevation, -40);
-    EXPECT_EQ(loaded.m_sHRTFFile, "sets/KEMAR.qkhrtf");
-    EXPECT_EQ(ar.Remaining(), 0u);
 }
 }  // namespace
