@@ -53,7 +53,10 @@ std::string mysofaText(int iError) {
         case MYSOFA_ONLY_SOURCES_WITH_MC_SUPPORTED:
             return "its source positions have an unsupported shape";
         default:
-            return "libmysofa error " + std::to_string(iError);
+            // Below its own codes libmysofa passes on the system's error number.
+            return iError > 0 && iError < MYSOFA_INVALID_FORMAT
+                       ? std::string(std::strerror(iError))
+                       : "libmysofa error " + std::to_string(iError);
     }
 }
 

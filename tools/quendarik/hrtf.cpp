@@ -34,11 +34,11 @@ int printReport(unsigned long, const char *text, const char *caption, int) {
     return qk::kAnswerNo;
 }
 
-// Reads a whole positive number; false for anything else.
-bool parseCount(const char *text, int &value) {
+// Reads a whole number from iMinimum up; false for anything else.
+bool parseCount(const char *text, int &value, int iMinimum = 1) {
     char *end = nullptr;
     const long v = std::strtol(text, &end, 10);
-    if (end == text || *end != 0 || v < 1 || v > 10000000) {
+    if (end == text || *end != 0 || v < iMinimum || v > 10000000) {
         return false;
     }
     value = static_cast<int>(v);
@@ -73,7 +73,7 @@ bool parseOptions(int argc, char **argv, std::vector<std::string> &positional,
         } else if (arg == "--method" && pConverter != nullptr) {
             ok = parseCount(value, pConverter->iMethod) && pConverter->iMethod <= 3;
         } else if (arg == "--offset" && pConverter != nullptr) {
-            ok = parseCount(value, pConverter->iOffset);
+            ok = parseCount(value, pConverter->iOffset, 0);
         } else if (arg == "--type") {
             options.strDataType = value;
             ok = options.strDataType == "16s" || options.strDataType == "32f";
