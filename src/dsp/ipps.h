@@ -145,9 +145,9 @@ IppStatus ippsAutoCorr_32f(const Ipp32f *pSrc, int srcLen, Ipp32f *pDst, int dst
 // so forward-then-inverse returns the input, and the inverse of a product of two forward
 // transforms is the circular convolution at its proper scale.
 //
-// A spec owns scratch space, so one spec serves one thread at a time. The transform plans
-// behind it are made once per length for the whole process and shared: a spec for a length
-// seen before makes no new plan. The work buffer argument (pBuffer) is not needed and may be
+// A transform object owns scratch space, so it serves one thread at a time. The transform plans
+// behind it are made once per length for the whole process and shared: a transform object for a
+// length seen before makes no new plan. The work buffer argument (pBuffer) is not needed and may be
 // null. Sources and destinations may be the same array and need no particular alignment;
 // arrays from ippsMalloc_32f take the fastest path.
 constexpr int kIppMaxFFTOrder = 24;

@@ -2,9 +2,9 @@
 //
 // FFTW's planner is not thread-safe and planning is slow, so every length gets one pair of
 // plans (real-to-complex and complex-to-real) for the life of the process, made under a lock
-// the first time a spec of that length is created. Specs then run those plans through the
-// new-array interface on whatever arrays they are given: directly when the arrays have the
-// alignment the plans were made for, through the spec's own scratch otherwise.
+// the first time a transform object of that length is made. The objects then run those plans
+// through the new-array interface on whatever arrays they are given: directly when the arrays have
+// the alignment the plans were made for, through the object's own scratch otherwise.
 #include <fftw3.h>
 
 #include <array>
@@ -15,6 +15,7 @@
 
 #include "dsp/ipps.h"
 #include "dsp/ipps_fft_plans.h"
+#include "dsp/ipps_simd.h"
 
 namespace {
 
@@ -31,8 +32,8 @@ struct PlanPair {
 std::mutex g_plannerLock;
 int g_plansMade = 0;
 
-// Plans live until the process ends: specs share them and FFTW's plan destruction isn't
-// thread-safe. The table is never destroyed, so no spec can outlive it.
+// Plans live until the process ends: transform objects share them and FFTW's plan destruction isn't
+// thread-safe. The table is never destroyed, so no transform object can outlive it.
 std::array<PlanPair, kIppMaxFFTOrder + 1> &planTable() {
     static auto *table = new std::array<PlanPair, kIppMaxFFTOrder + 1>{};
     return *table;
@@ -88,7 +89,7 @@ struct IppsFFTSpec_R_32f {
         fftwf_free(cplx);
     }
 
-    // Forward transform of n reals into the spec's complex scratch.
+    // Forward transform of n reals into the object's complex scratch.
     void forwardToScratch(const Ipp32f *pSrc) const {
         if (aligned(pSrc)) {
             fftwf_execute_dft_r2c(plans.forward, const_cast<Ipp32f *>(pSrc), cplx);
@@ -178,10 +179,7 @@ IppStatus ippsFFTInv_CCSToR_32f(const Ipp32f *pSrc, Ipp32f *pDst, const IppsFFTS
     const IppsFFTSpec_R_32f &spec = *pFFTSpec;
     // The inverse plan destroys its input, so the spectrum is copied (and scaled) first.
     float *c = spec.cplx[0];
-    const float scale = spec.inverseScale;
-    for (int i = 0; i < 2 * spec.bins; ++i) {
-        c[i] = pSrc[i] * scale;
-    }
+    qk::simd::ScaledCopy(c, pSrc, 2 * spec.bins, spec.inverseScale);
     c[1] = 0.0f;
     c[2 * spec.bins - 1] = 0.0f;
     spec.inverseFromScratch(pDst);
@@ -197,12 +195,8 @@ IppStatus ippsFFTFwd_RToPack_32f(const Ipp32f *pSrc, Ipp32f *pDst,
     spec.forwardToScratch(pSrc);
     // CCS without its two imaginary parts that are always zero.
     const float *c = spec.cplx[0];
-    const float scale = spec.forwardScale;
-    const int n = spec.n;
-    pDst[0] = c[0] * scale;
-    for (int i = 1; i < n; ++i) {
-        pDst[i] = c[i + 1] * scale;
-    }
+    pDst[0] = c[0] * spec.forwardScale;
+    qk::simd::ScaledCopy(pDst + 1, c + 2, spec.n - 1, spec.forwardScale);
     return ippStsNoErr;
 }
 
@@ -213,13 +207,9 @@ IppStatus ippsFFTInv_PackToR_32f(const Ipp32f *pSrc, Ipp32f *pDst,
     }
     const IppsFFTSpec_R_32f &spec = *pFFTSpec;
     float *c = spec.cplx[0];
-    const float scale = spec.inverseScale;
-    const int n = spec.n;
-    c[0] = pSrc[0] * scale;
+    c[0] = pSrc[0] * spec.inverseScale;
     c[1] = 0.0f;
-    for (int i = 1; i < n; ++i) {
-        c[i + 1] = pSrc[i] * scale;
-    }
+    qk::simd::ScaledCopy(c + 2, pSrc + 1, spec.n - 1, spec.inverseScale);
     c[2 * spec.bins - 1] = 0.0f;
     spec.inverseFromScratch(pDst);
     return ippStsNoErr;
@@ -233,15 +223,7 @@ IppStatus ippsMulPack_32f(const Ipp32f *pSrc1, const Ipp32f *pSrc2, Ipp32f *pDst
         return ippStsSizeErr;
     }
     pDst[0] = pSrc1[0] * pSrc2[0];
-    const int pairs = (len - 1) / 2;
-    for (int k = 1; k <= 2 * pairs; k += 2) {
-        const float ar = pSrc1[k];
-        const float ai = pSrc1[k + 1];
-        const float br = pSrc2[k];
-        const float bi = pSrc2[k + 1];
-        pDst[k] = ar * br - ai * bi;
-        pDst[k + 1] = ar * bi + ai * br;
-    }
+    qk::simd::MultiplyPairs(pDst + 1, pSrc1 + 1, pSrc2 + 1, (len - 1) / 2);
     if (len % 2 == 0 && len > 1) {
         pDst[len - 1] = pSrc1[len - 1] * pSrc2[len - 1];
     }

@@ -6,10 +6,14 @@
 #include "dsp/ipps.h"
 
 namespace {
+bool isNull(const void *p) {
+    return p == nullptr;
+}
+
 // The common guard: a null pointer or a length under 1 does nothing.
 template <typename... P>
 IppStatus check(int len, const P *...ptrs) {
-    if (((ptrs == nullptr) || ...)) {
+    if ((... || isNull(ptrs))) {
         return ippStsNullPtrErr;
     }
     return len < 1 ? ippStsSizeErr : ippStsNoErr;

@@ -16,7 +16,7 @@ float tolerance(int n) {
     return 2e-6f * static_cast<float>(n) * std::log2(static_cast<float>(n) + 1.0f) + 1e-6f;
 }
 
-// A spec released at the end of the scope.
+// A transform object released at the end of the scope.
 struct Spec {
     explicit Spec(int order, int flag = IPP_FFT_DIV_INV_BY_N) {
         status = ippsFFTInitAlloc_R_32f(&spec, order, flag, ippAlgHintFast);
@@ -142,7 +142,7 @@ TEST(IppsFFT, ScalingFlags) {
     Spec bySqrt(4, IPP_FFT_DIV_BY_SQRTN);
     ippsFFTFwd_RToCCS_32f(ones.data(), ccs.data(), bySqrt.spec, nullptr);
     EXPECT_NEAR(ccs[0], 4.0f, 1e-5f);
-    // Unknown flags and orders are refused and leave no spec.
+    // Unknown flags and orders are refused and leave no transform object.
     Spec badFlag(4, 3);
     EXPECT_NE(badFlag.status, ippStsNoErr);
     EXPECT_EQ(badFlag.spec, nullptr);
@@ -153,7 +153,7 @@ TEST(IppsFFT, ScalingFlags) {
 }
 
 TEST(IppsFFT, ALengthIsPlannedOnceAndBlocksPlanNothing) {
-    // Order 17 is used by no other test, so its first spec plans and the rest must not.
+    // Order 17 is used by no other test, so its first transform object plans and the rest must not.
     const int before = qk::FFTPlansMade();
     { Spec first(17); }
     const int afterFirst = qk::FFTPlansMade();
@@ -172,7 +172,7 @@ TEST(IppsFFT, ALengthIsPlannedOnceAndBlocksPlanNothing) {
 
 TEST(IppsFFT, SpecsForANewLengthMadeOnSeveralThreadsAtOnce) {
     // Order 16 is left to this test: four threads race to plan it, and each runs its own
-    // spec on its own data.
+    // transform object on its own data.
     const int before = qk::FFTPlansMade();
     const int n = 1 << 16;
     std::vector<int> failures(4, 0);

@@ -67,22 +67,6 @@ TEST(IppsIIR, TapsAreNormalisedByAZero) {
     ippsIIRFree_32f(state);
 }
 
-TEST(IppsIIR, RecursionRunsOnAcrossCalls) {
-    // y[n] = 0.5 x[n] + 0.5 y[n-1] written with a0 = 2: b = 1, 0 and a = 2, -1.
-    const float taps[4] = {1.0f, 0.0f, 2.0f, -1.0f};
-    IppsIIRState_32f *state = nullptr;
-    ippsIIRInitAlloc_32f(&state, taps, 1, nullptr);
-    float first[2] = {1.0f, 0.0f};
-    float second[2] = {0.0f, 0.0f};
-    ippsIIR_32f(first, first, 2, state);
-    ippsIIR_32f(second, second, 2, state);
-    EXPECT_FLOAT_EQ(first[0], 0.5f);
-    EXPECT_FLOAT_EQ(first[1], 0.25f);
-    EXPECT_FLOAT_EQ(second[0], 0.125f);
-    EXPECT_FLOAT_EQ(second[1], 0.0625f);
-    ippsIIRFree_32f(state);
-}
-
 TEST(IppsLMS, OneStepComputesTheOutputBeforeUpdatingTheTaps) {
     IppsFIRLMSState_32f *state = nullptr;
     ASSERT_EQ(ippsFIRLMSInitAlloc_32f(&state, nullptr, 2, nullptr, 0), ippStsNoErr);
