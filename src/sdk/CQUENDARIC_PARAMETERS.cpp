@@ -442,3 +442,13 @@ int CQUENDARIC_PARAMETERS::SetHRTF_CTC() {
     }
     return loadSet(m_pHRTF_CTC, path, false, m_iSampleRate);
 }
+
+bool CQUENDARIC_PARAMETERS::HRTFRequestPending() const {
+    std::lock_guard<std::recursive_mutex> guard(m_csStrings);
+    return m_strHRTFRequest != m_strHRTF;
+}
+
+bool CQUENDARIC_PARAMETERS::HRTFRequestPendingCTC() const {
+    std::lock_guard<std::recursive_mutex> guard(m_csStrings);
+    return m_strHRTFRequest_CTC != m_strHRTF_CTC;
+}

@@ -71,6 +71,10 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
     int SetHRTF();
     // The same for the canceller's set, with no report: a failure gives -1 in silence.
     int SetHRTF_CTC();
+    // True while a request differs from the path in force, so that the block path knows a
+    // set is to be loaded.
+    bool HRTFRequestPending() const;
+    bool HRTFRequestPendingCTC() const;
 
     // Paths of the HRTF data sets the host asked for; the block path loads them.
     void SetHRTFRequest(const std::string &strPath);

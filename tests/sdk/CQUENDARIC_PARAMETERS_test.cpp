@@ -321,7 +321,10 @@ TEST(CQUENDARIC_PARAMETERS, SetHRTFFollowsTheRequest) {
     p.m_iSampleRate = 22050;
     p.SetHRTFRequest(good);
     p.SetHRTFRequestCTC(good);
+    EXPECT_TRUE(p.HRTFRequestPending());
     ASSERT_EQ(p.SetHRTF(), 0);
+    EXPECT_FALSE(p.HRTFRequestPending());
+    EXPECT_FALSE(p.HRTFRequestPendingCTC());
     EXPECT_EQ(p.m_strHRTF, good);
     ASSERT_NE(p.m_pHRTF, nullptr);
     EXPECT_EQ(p.m_pHRTF->m_iMeasurements, 3);
