@@ -14,25 +14,6 @@ void zeroFloats(float *pf, int n) {
     }
 }
 
-// The products of one Pack spectrum of N floats (N even) with two others: re0 and re(N/2)
-// alone, complex pairs between. The same values as ippsMulPack_32f twice, in one pass that
-// the compiler vectorizes.
-QK_VECTORIZE_WIDE void multiplyPack2(const float *__restrict a, const float *__restrict bL,
-                                     const float *__restrict bR, float *__restrict dL,
-                                     float *__restrict dR, int N) {
-    dL[0] = a[0] * bL[0];
-    dR[0] = a[0] * bR[0];
-    for (int k = 1; k < N - 1; k += 2) {
-        const float ar = a[k], ai = a[k + 1];
-        dL[k] = ar * bL[k] - ai * bL[k + 1];
-        dL[k + 1] = ar * bL[k + 1] + ai * bL[k];
-        dR[k] = ar * bR[k] - ai * bR[k + 1];
-        dR[k + 1] = ar * bR[k + 1] + ai * bR[k];
-    }
-    dL[N - 1] = a[N - 1] * bL[N - 1];
-    dR[N - 1] = a[N - 1] * bR[N - 1];
-}
-
 // With t the inverse transform of this block's product:
 //   t[0 .. n) += overlap[0 .. n)            the block as it sounds, which goes to out;
 //   tail = t[n .. N)                        what this block leaves for later blocks;
@@ -159,8 +140,8 @@ int CSERVICE_OVERLAP_HRTF::_process(float *pfIn, int n, float *pfOut) {
     m_iInputWritten = n;
     ippsFFTFwd_RToPack_32f(m_pfInput, m_pfInputSpectrum, m_pFFTSpec, nullptr);
 
-    multiplyPack2(m_pfInputSpectrum, m_pfSpectrumLeft, m_pfSpectrumRight, m_pfProductLeft,
-                  m_pfProductRight, N);
+    ippsMulPack_32f(m_pfInputSpectrum, m_pfSpectrumLeft, m_pfProductLeft, N);
+    ippsMulPack_32f(m_pfInputSpectrum, m_pfSpectrumRight, m_pfProductRight, N);
     ippsFFTInv_PackToR_32f(m_pfProductLeft, m_pfTimeLeft, m_pFFTSpec, nullptr);
     sumAndShift(m_pfTimeLeft, m_pfOverlapLeft, m_pfTailLeft, pfOut, n, N);
     ippsFFTInv_PackToR_32f(m_pfProductRight, m_pfTimeRight, m_pFFTSpec, nullptr);

@@ -4,7 +4,8 @@
 // functions ask for the dynamic cost model. Clang vectorizes these loops at -O2 already.
 //
 // QK_VECTORIZE_WIDE also makes an AVX2 version of the function beside the baseline one on
-// x86-64; the loader picks the one the processor runs.
+// x86-64; the loader picks the one the processor runs. Sanitizer builds keep one version, as
+// the signal layer's kernels do: the loader's choice runs before the sanitizer's runtime.
 #pragma once
 
 #if defined(__GNUC__) && !defined(__clang__)
@@ -13,7 +14,7 @@
 #define QK_VECTORIZE
 #endif
 
-#if defined(__x86_64__) && defined(__linux__)
+#if defined(__x86_64__) && defined(__linux__) && !defined(__SANITIZE_ADDRESS__)
 #define QK_VECTORIZE_WIDE QK_VECTORIZE __attribute__((target_clones("avx2", "default")))
 #else
 #define QK_VECTORIZE_WIDE QK_VECTORIZE
