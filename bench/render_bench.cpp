@@ -93,8 +93,8 @@ void rawConvolution(benchmark::State &state, bool bProducts) {
     const int n = static_cast<int>(state.range(0));
     const int order = static_cast<int>(std::ceil(std::log2(static_cast<double>(kTaps - 1 + n))));
     const int N = 1 << order;
-    IppsFFTSpec_R_32f *spec = nullptr;
-    ippsFFTInitAlloc_R_32f(&spec, order, IPP_FFT_DIV_INV_BY_N, ippAlgHintFast);
+    IppsFFTSpec_R_32f *transform = nullptr;
+    ippsFFTInitAlloc_R_32f(&transform, order, IPP_FFT_DIV_INV_BY_N, ippAlgHintFast);
     CIppBuffer input(N), spectrum(N), left(N), right(N), product(N), time(N);
     for (int i = 0; i < N; ++i) {
         input[i] = i < n ? std::sin(0.05f * i) : 0.0f;
@@ -102,19 +102,19 @@ void rawConvolution(benchmark::State &state, bool bProducts) {
         right[i] = std::sin(0.02f * i);
     }
     for (auto _ : state) {
-        ippsFFTFwd_RToPack_32f(input, spectrum, spec, nullptr);
+        ippsFFTFwd_RToPack_32f(input, spectrum, transform, nullptr);
         for (const float *ear : {left.get(), right.get()}) {
             if (bProducts) {
                 ippsMulPack_32f(spectrum, ear, product, N);
-                ippsFFTInv_PackToR_32f(product, time, spec, nullptr);
+                ippsFFTInv_PackToR_32f(product, time, transform, nullptr);
             } else {
-                ippsFFTInv_PackToR_32f(ear, time, spec, nullptr);
+                ippsFFTInv_PackToR_32f(ear, time, transform, nullptr);
             }
         }
         benchmark::DoNotOptimize(time.get());
     }
     state.SetItemsProcessed(state.iterations() * n);
-    ippsFFTFree_R_32f(spec);
+    ippsFFTFree_R_32f(transform);
 }
 
 void BM_RawTransforms(benchmark::State &state) {
