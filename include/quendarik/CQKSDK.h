@@ -216,7 +216,7 @@ class CQKSDK {
   private:
     friend struct CQKSDKTestAccess;  // lets the library's own tests reach the engine
 
-    void *m_posVsrc = nullptr;                     // cursor of qk_Vsrc_Get_First / _Next
+    long m_posVsrc = -1;  // cursor of qk_Vsrc_Get_First / _Next: index in the engine's list
     void *m_hSettingsModule = nullptr;             // the loaded settings-dialog module
     void *m_pfnDlgSettings = nullptr;              // its entry
     int m_iPlaying = 0;                            // 1 between qkPlay and qkStop

@@ -10,6 +10,7 @@
 
 #include "platform/Archive.h"
 #include "platform/Paths.h"
+#include "platform/Report.h"
 #include "sources/CSSS.h"
 
 QK_IMPLEMENT_SERIAL(CQUENDARIC_PARAMETERS)
@@ -50,6 +51,51 @@ bool readWholeFile(const std::string &path, std::vector<uint8_t> &bytes) {
     }
     std::fclose(file);
     return ok;
+}
+
+// The path a request settles on: a request that differs from the path in force replaces it;
+// an empty request is given the path in force instead.
+std::string settlePath(std::string &strInUse, std::string &strRequest) {
+    if (strInUse != strRequest) {
+        if (!strRequest.empty()) {
+            strInUse = strRequest;
+        } else {
+            strRequest = strInUse;
+        }
+    }
+    return strInUse;
+}
+
+// Loads a set from its file into pSet (made when missing). With bCheckFile the file is first
+// opened on its own, and a missing one is reported. A failed load drops the set.
+int loadSet(std::unique_ptr<CHELPER_HRTF> &pSet, const std::string &strPath, bool bCheckFile,
+            int iSampleRate) {
+    if (pSet == nullptr) {
+        pSet = std::make_unique<CHELPER_HRTF>();
+    }
+    // The set in use stays made, and empty, without a path; the canceller's goes on to the
+    // load, which fails and drops it.
+    if (bCheckFile && strPath.empty()) {
+        return -1;
+    }
+    const std::string file = qk::ResolveDataPath(strPath);
+    if (bCheckFile) {
+        std::FILE *test = std::fopen(file.c_str(), "rb");
+        if (test == nullptr) {
+            qk::Report("QKHRTF file not found", "FAILURE", qk::Severity::Error);
+            pSet.reset();
+            return -1;
+        }
+        std::fclose(test);
+    }
+    pSet->Clear();
+    pSet->m_pStream = nullptr;
+    if (pSet->ReadWrite(0, file) != 0) {
+        pSet.reset();
+        return -1;
+    }
+    pSet->m_iSampleRate = iSampleRate;
+    return 0;
 }
 
 bool writeAll(int fd, const std::vector<uint8_t> &bytes) {
@@ -373,4 +419,36 @@ void CQUENDARIC_PARAMETERS::SetHRTFRequestCTC(const std::string &strPath) {
 std::string CQUENDARIC_PARAMETERS::GetHRTFRequestCTC() const {
     std::lock_guard<std::recursive_mutex> guard(m_csStrings);
     return m_strHRTFRequest_CTC;
+}
+
+int CQUENDARIC_PARAMETERS::SetHRTF() {
+    std::string path;
+    {
+        std::lock_guard<std::recursive_mutex> guard(m_csStrings);
+        path = settlePath(m_strHRTF, m_strHRTFRequest);
+    }
+    if (loadSet(m_pHRTF, path, true, m_iSampleRate) != 0) {
+        return -1;
+    }
+    SetHRTF_CTC();
+    return 0;
+}
+
+int CQUENDARIC_PARAMETERS::SetHRTF_CTC() {
+    std::string path;
+    {
+        std::lock_guard<std::recursive_mutex> guard(m_csStrings);
+        path = settlePath(m_strHRTF_CTC, m_strHRTFRequest_CTC);
+    }
+    return loadSet(m_pHRTF_CTC, path, false, m_iSampleRate);
+}
+
+bool CQUENDARIC_PARAMETERS::HRTFRequestPending() const {
+    std::lock_guard<std::recursive_mutex> guard(m_csStrings);
+    return m_strHRTFRequest != m_strHRTF;
+}
+
+bool CQUENDARIC_PARAMETERS::HRTFRequestPendingCTC() const {
+    std::lock_guard<std::recursive_mutex> guard(m_csStrings);
+    return m_strHRTFRequest_CTC != m_strHRTF_CTC;
 }

@@ -6,10 +6,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "binaural/CHELPER_HRTF.h"
 #include "platform/Object.h"
 #include "platform/Relaxed.h"
 #include "world/CDSC_World.h"
@@ -59,6 +61,20 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
     int OnLoading();
     int OnLoading_QKHRTF() { return 0; }
     int OnLoading_WORLD() { return 0; }
+
+    // Bring the data set in use in line with the request, on the engine's thread. A request
+    // that differs from m_strHRTF replaces it (an empty request takes m_strHRTF instead); the
+    // set is then loaded anew from that file. -1 with no set left for an empty path, a file
+    // that can't be opened (reported as "QKHRTF file not found", caption "FAILURE") or a
+    // file that doesn't load; 0 otherwise, after the canceller's set has been brought in
+    // line too. Objects holding the old set's pointer must take m_pHRTF again.
+    int SetHRTF();
+    // The same for the canceller's set, with no report: a failure gives -1 in silence.
+    int SetHRTF_CTC();
+    // True while a request differs from the path in force, so that the block path knows a
+    // set is to be loaded.
+    bool HRTFRequestPending() const;
+    bool HRTFRequestPendingCTC() const;
 
     // Paths of the HRTF data sets the host asked for; the block path loads them.
     void SetHRTFRequest(const std::string &strPath);
@@ -118,6 +134,8 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
     qk::Relaxed<int> m_iWorldChanged = 1;  // one-block change flags
     qk::Relaxed<int> m_iMaterialChanged = 0;
     qk::Relaxed<int> m_iHoldIRs = 0;
+    std::unique_ptr<CHELPER_HRTF> m_pHRTF;      // the set in use; null until the first load
+    std::unique_ptr<CHELPER_HRTF> m_pHRTF_CTC;  // the canceller's set
     std::string m_strApplication;
     qk::Relaxed<int> m_iHRTFChanged = 0;
 

@@ -37,6 +37,8 @@ CQUENDARIK_PROCESSOR::~CQUENDARIK_PROCESSOR() {
     // The thread must be gone before the members it uses.
     Join();
     RemoveAllSources();
+    RemoveAll3DSources();
+    RemoveAll3DListeners();
 }
 
 bool CQUENDARIK_PROCESSOR::InitInstance() {

@@ -14,6 +14,8 @@
 #include "platform/Event.h"
 #include "platform/Relaxed.h"
 #include "platform/Thread.h"
+#include "render/CQUENDARIC_Object_Sink.h"
+#include "render/CQUENDARIC_Object_Source.h"
 #include "sdk/CQUENDARIC_PARAMETERS.h"
 #include "sources/CSOURCE.h"
 
@@ -59,6 +61,69 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     // Appends a source the caller made; returns its id.
     int AddSource(std::unique_ptr<CSOURCE> pSource);
 
+    // Virtual sources and listeners. Ids come from CQUENDARIC_Object::m_iObjectCounter;
+    // unknown ids give -1 unless told otherwise. Each operation takes the engine lock. The
+    // lists run in step with the world's lists of CVRSoundSource and CVRClient entries.
+    //
+    // A virtual source playing sound iSoundID (the later source if two share the id; none
+    // leaves it silent) with channel selector iAudioLink, at x, y, z metres, with a world
+    // entry of its own. Returns 0 and the new id.
+    int Add3DSource_Sound(int &iID, int iSoundID, int iAudioLink, float x, float y, float z,
+                          const std::string &strName);
+    // The same without place or name, for callers that set them later.
+    int Add3DSource_Sound(int &iID, int iSoundID, int iAudioLink);
+    // Deletes the source and its world entry. -1 for an unknown id, else 0.
+    int Remove3DSourceSound(int iID);
+    // Deletes every virtual source; their world entries are left to the caller.
+    int RemoveAll3DSources();
+    // The source with that id, or null. The pointer is good while the lock is held.
+    CQUENDARIC_Object_Source *Get3DSourceFromID(int iID);
+    int Get3DSource_ID(int iID, int &iOut);
+    int Get3DSource_Name(int iID, std::string &strName);
+    // Also on the world entry.
+    int Set3DSource_Enable(int iID, int iEnable);
+    // The description of the object and of its draw element.
+    int Set3DSource_Description(int iID, const std::string &strDescription);
+    int Set3DSource_SelectedChannelPlaylist(int iID, int iAudioLink);
+    // Moves the world entry and the object; the angles follow once a listener is known.
+    int Set3DSource_Position(int iID, float x, float y, float z);
+    int Get3DSource_Position(int iID, float &x, float &y, float &z);
+    // Moves the object to its world entry's position; -2 when it has no entry.
+    int Update3DSource_Position(int iID);
+    // Metres and whole degrees against the listener.
+    int Get3DSource_Binaural_Position(int iID, float &fDistance, float &fAzimuth,
+                                      float &fElevation);
+    // The world entry (a CVRSoundSource); -2 when there is none.
+    int GetVRSource(int iID, void *&pVRSource);
+    // The binaural response of the last rebuild; the arrays stay the object's and are
+    // replaced at its next rebuild.
+    int Get3DSource_Binaural_IR(int iID, float *&pfLeft, float *&pfRight, int &iLength);
+    // Number in a pre-computed set. 0 always; an unknown id changes nothing.
+    int Get3DSource_3DSourceWavID(int iID, int &iWavID);
+    int Set3DSource_3DSourceWavID(int iID, int iWavID);
+    // A listener at the origin looking along +y, with a world entry; it becomes the current
+    // sink that new sources are told. Returns 0 and the new id.
+    int Add3DListener(int &iID);
+    // Deletes the listener and its world entry (reporting "TODO: Remove3DListener"); sources
+    // that pointed at it are given the current sink. -1 for an unknown id, else 0.
+    int Remove3DListener(int iID);
+    // Deletes every listener; their world entries are left to the caller.
+    int RemoveAll3DListeners();
+    // The listener with that id, or null. The pointer is good while the lock is held.
+    CQUENDARIC_Object_Sink *Get3DSinkFromID(int iID);
+    // The listener that renders: the first enabled one, or null. Good while the lock is held.
+    CQUENDARIC_Object_Sink *GetSink();
+    // Its block, or null; the argument isn't used.
+    float *GetSinkData(int iID);
+    // Moves the listener (metres; the look-at is a point) and its world entry.
+    int Set3DListener_Position_LookAt(int iID, float x, float y, float z, float lx, float ly,
+                                      float lz);
+    // Read from the world entry, or from the listener when it has none.
+    int Get3DListener_Position_LookAt(int iID, float &x, float &y, float &z, float &lx, float &ly,
+                                      float &lz);
+    // Moves the listener to its world entry's points; -2 when it has no entry.
+    int Update3DListener_Position(int iID);
+
     // Playback state: a number for the host; a change from 3 to 7 starts play.
     int Set_Playback_State(int iState);
     int Get_Playback_State(int &iState);
@@ -98,6 +163,10 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     qk::CEvent m_evtStopped;
     CQUENDARIC_PARAMETERS m_Parameters;
     std::vector<std::unique_ptr<CSOURCE>> m_listSources;  // owned
+    // The listener added last, told to new sources; not owned. Lists change under the lock.
+    CQUENDARIC_Object_Sink *m_pCurrentSink = nullptr;
+    std::vector<std::unique_ptr<CQUENDARIC_Object_Source>> m_list3DSources;  // owned
+    std::vector<std::unique_ptr<CQUENDARIC_Object_Sink>> m_list3DSinks;      // owned
     qk::Relaxed<int> m_iPaused = 0;
     qk::Relaxed<int> m_iStopRequested = 0;
     int m_iScratchLength = 32768;

@@ -11,6 +11,7 @@
 #include "dsp/ipps.h"
 #include "platform/Archive.h"
 #include "platform/Report.h"
+#include "support/HrtfSets.h"
 #include "support/ScopedSettingsDir.h"
 
 using qktest::ReadBytes;
@@ -300,4 +301,59 @@ TEST(CQUENDARIC_PARAMETERS, ButterworthCoefficientsAtTheSettingsRate) {
         ippsFree(lp);
         ippsFree(hp);
     }
+}
+
+// Bringing the data sets in line with the requests: a good file loads at the settings' rate
+// and takes the canceller's set along; a missing one is reported, leaves no set and keeps
+// the bad path; an empty request takes the path in force.
+TEST(CQUENDARIC_PARAMETERS, SetHRTFFollowsTheRequest) {
+    ScopedSettingsDir dir("sethrtf");
+    qktest::ReportCatcher reports;
+    auto made = qktest::MakeSet(3, 32, "BOTH", 44100);
+    const std::string good = dir.File("good.qkhrtf");
+    qktest::WriteBytes(good, qktest::StoreToBytes(*made));
+
+    CQUENDARIC_PARAMETERS p;
+    EXPECT_EQ(p.SetHRTF(), -1);  // nothing asked for: an empty set stays made
+    ASSERT_NE(p.m_pHRTF, nullptr);
+    EXPECT_EQ(p.m_pHRTF->m_iMeasurements, 0);
+
+    p.m_iSampleRate = 22050;
+    p.SetHRTFRequest(good);
+    p.SetHRTFRequestCTC(good);
+    EXPECT_TRUE(p.HRTFRequestPending());
+    ASSERT_EQ(p.SetHRTF(), 0);
+    EXPECT_FALSE(p.HRTFRequestPending());
+    EXPECT_FALSE(p.HRTFRequestPendingCTC());
+    EXPECT_EQ(p.m_strHRTF, good);
+    ASSERT_NE(p.m_pHRTF, nullptr);
+    EXPECT_EQ(p.m_pHRTF->m_iMeasurements, 3);
+    EXPECT_EQ(p.m_pHRTF->m_iSampleRate, 22050);
+    ASSERT_NE(p.m_pHRTF_CTC, nullptr);
+    EXPECT_EQ(p.m_pHRTF_CTC->m_iMeasurements, 3);
+    EXPECT_TRUE(reports.texts.empty());
+
+    // An empty request is given the path in force, and the set is loaded again from it.
+    p.SetHRTFRequest("");
+    EXPECT_EQ(p.SetHRTF(), 0);
+    EXPECT_EQ(p.GetHRTFRequest(), good);
+
+    const std::string missing = dir.File("missing.qkhrtf");
+    p.SetHRTFRequest(missing);
+    EXPECT_EQ(p.SetHRTF(), -1);
+    EXPECT_EQ(p.m_pHRTF, nullptr);
+    EXPECT_EQ(p.m_strHRTF, missing);
+    ASSERT_EQ(reports.texts.size(), 1u);
+    EXPECT_EQ(reports.texts[0], "QKHRTF file not found");
+    EXPECT_EQ(reports.captions[0], "FAILURE");
+
+    // The canceller's set fails in silence, also for a file that isn't a set.
+    const std::string foreign = dir.File("foreign.qkhrtf");
+    qktest::WriteBytes(foreign, {1, 2, 3, 4});
+    p.SetHRTFRequestCTC(foreign);
+    EXPECT_EQ(p.SetHRTF_CTC(), -1);
+    EXPECT_EQ(p.m_pHRTF_CTC, nullptr);
+    p.SetHRTFRequest(good);
+    EXPECT_EQ(p.SetHRTF(), 0);  // the canceller's result doesn't count
+    EXPECT_EQ(p.m_pHRTF_CTC, nullptr);
 }

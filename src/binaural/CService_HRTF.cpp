@@ -1,0 +1,243 @@
+#include "binaural/CService_HRTF.h"
+
+#include <cstring>
+#include <vector>
+
+#include "binaural/CHELPER_HRTF.h"
+#include "platform/Archive.h"
+
+QK_IMPLEMENT_SERIAL(CService_HRTF)
+
+namespace {
+void freeArray(float *&pf) {
+    ippsFree(pf);
+    pf = nullptr;
+}
+
+float *copyArray(const float *pfSource, int iLength) {
+    float *pf = ippsMalloc_32f(iLength);
+    if (pf != nullptr) {
+        std::memcpy(pf, pfSource, sizeof(float) * static_cast<size_t>(iLength));
+    }
+    return pf;
+}
+}  // namespace
+
+CService_HRTF::CService_HRTF() {
+    m_strName = "HRTF";
+}
+
+CService_HRTF::~CService_HRTF() {
+    FreeFIR();
+    freeArray(m_pfLeft);
+    freeArray(m_pfRight);
+}
+
+int CService_HRTF::InitializeHelperHRTF(int iSampleRate) {
+    if (m_pHelper == nullptr) {
+        return -1;
+    }
+    m_pHelper->m_pStream = m_pStream;
+    m_pHelper->m_iSampleRate = iSampleRate;
+    m_pHelper->ReadWrite(0, m_sHRTFFile);
+    m_pHelper->UpdateTaps();
+    return 0;
+}
+
+void CService_HRTF::CopyResponse(const float *pfLeft, const float *pfRight, int iLength) {
+    freeArray(m_pfLeft);
+    freeArray(m_pfRight);
+    m_pfLeft = copyArray(pfLeft, iLength);
+    m_pfRight = copyArray(pfRight, iLength);
+}
+
+int CService_HRTF::InitializeExternal(const float *pfLeft, const float *pfRight, int iLength) {
+    if (iLength < 1 || pfLeft == nullptr || pfRight == nullptr) {
+        return 0;
+    }
+    CopyResponse(pfLeft, pfRight, iLength);
+    m_iLength = m_pfLeft != nullptr && m_pfRight != nullptr ? iLength : 0;
+    return 0;
+}
+
+int CService_HRTF::ReInitializeExternal(const float *pfLeft, const float *pfRight, int iLength) {
+    if (iLength < 1 || pfLeft == nullptr || pfRight == nullptr) {
+        return 0;
+    }
+    CopyResponse(pfLeft, pfRight, iLength);
+    // m_iLength always tells the length of the arrays; the filter in use has its own copy.
+    m_iLength = m_pfLeft != nullptr && m_pfRight != nullptr ? iLength : 0;
+    if (m_iLength != 0) {
+        m_iNewLength = iLength;
+        m_bReInitialize = 1;
+    }
+    return 0;
+}
+
+int CService_HRTF::_init(int iBlockLength, int iSampleRate) {
+    if (m_iEnable == 1) {
+        m_bReInitialize = 0;
+        if (m_pHelper == nullptr) {
+            return -1;
+        }
+        if (m_iLength == 0 &&
+            m_pHelper->GetHRTF(m_pfLeft, m_pfRight, m_iLength, static_cast<float>(m_iAzimuth),
+                               static_cast<float>(m_iElevation), iSampleRate) == 0) {
+            m_strStatus = "CANNOT_READ_DATA_FROM_HELPER";
+            m_iState = 0;
+            m_iLength = 0;  // the next _init asks the set again
+            return -1;
+        }
+        if (TakeIntoUse(iBlockLength) != 0) {
+            m_strStatus = "CANNOT_INITIALIZE_FILTER";
+            return -1;
+        }
+        m_iLengthInUse = m_iLength;
+    }
+    m_strStatus = "OK";
+    return 0;
+}
+
+int CService_HRTF::InitializeFIR(const float *pfLeft, const float *pfRight, int iLength) {
+    FreeFIR();
+    ippsFIRInitAlloc_32f(&m_pFIRLeft, pfLeft, iLength, nullptr);
+    ippsFIRInitAlloc_32f(&m_pFIRRight, pfRight, iLength, nullptr);
+    return 0;
+}
+
+void CService_HRTF::FreeFIR() {
+    ippsFIRFree_32f(m_pFIRLeft);
+    ippsFIRFree_32f(m_pFIRRight);
+    m_pFIRLeft = nullptr;
+    m_pFIRRight = nullptr;
+}
+
+int CService_HRTF::TakeIntoUse(int n) {
+    if (m_sMethod == "FIR") {
+        InitializeFIR(m_pfLeft, m_pfRight, m_iLength);
+        return m_pFIRLeft != nullptr && m_pFIRRight != nullptr ? 0 : -1;
+    }
+    return m_Overlap._init(m_pfLeft, m_pfRight, m_iLength, n);
+}
+
+int CService_HRTF::ReInitialize(int iAzimuth, int iElevation, int iSampleRate) {
+    if (m_pHelper == nullptr) {
+        return -1;
+    }
+    m_iAzimuth = iAzimuth;
+    m_iElevation = iElevation;
+    if (m_pHelper->GetHRTF(m_pfLeft, m_pfRight, m_iNewLength, static_cast<float>(iAzimuth),
+                           static_cast<float>(iElevation), iSampleRate) != 0) {
+        m_iLength = m_iNewLength;
+        m_bReInitialize = 1;
+    } else {
+        // The set has replaced the arrays by silence; the filter in use keeps sounding from
+        // its own spectra or FIR states, and the next _init asks the set again.
+        freeArray(m_pfLeft);
+        freeArray(m_pfRight);
+        m_iLength = 0;
+        m_iNewLength = 0;
+    }
+    return 0;
+}
+
+int CService_HRTF::RenderCurrent(float *pfIn, int n, float *pfOut) {
+    if (m_sMethod == "FIR") {
+        if (m_pFIRLeft == nullptr || m_pFIRRight == nullptr) {
+            std::memset(pfOut, 0, sizeof(float) * 2 * static_cast<size_t>(n));
+            return -1;
+        }
+        ippsFIR_32f(pfIn, pfOut, n, m_pFIRLeft);
+        ippsFIR_32f(pfIn, pfOut + n, n, m_pFIRRight);
+        return 0;
+    }
+    return m_Overlap._process(pfIn, n, pfOut);
+}
+
+int CService_HRTF::_process(float *pfIn, int n, int) {
+    if (m_pHelper == nullptr || pfIn == nullptr || n < 1) {
+        return -1;
+    }
+    _adjustDataBuffer(2 * n);
+    if (m_bReInitialize == 0) {
+        RenderCurrent(pfIn, n, m_pfData);
+        return 0;
+    }
+    CrossFade(pfIn, n);
+    return 0;
+}
+
+// The old filter renders the block, the new one is taken into use and renders the same block
+// again, and the two are faded into each other. With "OVERLAP" the first pass has already
+// advanced the overlap, and the second pass adds the next block's share of the old tail once
+// more; that is how the change has always sounded, and it stays.
+void CService_HRTF::CrossFade(float *pfIn, int n) {
+    const size_t iBlock = 2 * static_cast<size_t>(n);
+    std::vector<float> a(iBlock);
+    std::vector<float> b(iBlock);
+    std::vector<float> ramp(static_cast<size_t>(n));
+    RenderCurrent(pfIn, n, a.data());
+    m_iLength = m_iNewLength;
+    if (m_sMethod == "FIR") {
+        FreeFIR();
+    }
+    TakeIntoUse(n);
+    m_iLengthInUse = m_iLength;
+    RenderCurrent(pfIn, n, b.data());
+
+    Ramp(ramp.data(), n, 1.0, 0.0);
+    ippsMul_32f_I(ramp.data(), a.data(), n);
+    ippsMul_32f_I(ramp.data(), a.data() + n, n);
+    Ramp(ramp.data(), n, 0.0, 1.0);
+    ippsMul_32f_I(ramp.data(), b.data(), n);
+    ippsMul_32f_I(ramp.data(), b.data() + n, n);
+    ippsAdd_32f(a.data(), b.data(), m_pfData, 2 * n);
+    m_bReInitialize = 0;
+}
+
+void CService_HRTF::Ramp(float *pf, int n, double a, double b) {
+    if (n == 1) {
+        pf[0] = static_cast<float>(a);
+        return;
+    }
+    const double step = (b - a) / (n - 1);
+    for (int i = 0; i < n; ++i) {
+        pf[i] = static_cast<float>(a + step * i);
+    }
+}
+
+int CService_HRTF::_quit() {
+    if (m_iEnable == 1 && m_iLength != 0 && m_sMethod == "FIR") {
+        FreeFIR();
+    }
+    m_iLength = 0;
+    freeArray(m_pfLeft);
+    freeArray(m_pfRight);
+    m_pfData.Reset();
+    m_iDataLength = 0;
+    m_Overlap._quit();
+    m_strStatus = "OK";
+    return 0;
+}
+
+void CService_HRTF::ClearHistory() {
+    m_Overlap.ClearHistory();
+    if (m_pFIRLeft != nullptr && m_iLength > 0) {
+        InitializeFIR(m_pfLeft, m_pfRight, m_iLength);
+    }
+}
+
+void CService_HRTF::Serialize(qk::CArchive &ar) {
+    CSERVICE::Serialize(ar);
+    if (ar.IsStoring()) {
+        ar << 1.0f << static_cast<int32_t>(m_iAzimuth) << static_cast<int32_t>(m_iElevation)
+           << m_sHRTFFile;
+    } else {
+        float fVersion = 0.0f;
+        int32_t iAzimuth = 0;
+        int32_t iElevation = 0;
+        ar >> fVersion >> iAzimuth >> iElevation >> m_sHRTFFile;
+        m_iAzimuth = iAzimuth;
+        m_iElevation = iElevation;
+    }
+}

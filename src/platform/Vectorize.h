@@ -1,0 +1,21 @@
+// Marks a function whose loops the compiler is to vectorize. GCC at -O2 vectorizes a loop only
+// when the vector code replaces the scalar loop whole (its "very cheap" cost model), which the
+// block loops of the audio path, with trip counts known at run time, never satisfy; such
+// functions ask for the dynamic cost model. Clang vectorizes these loops at -O2 already.
+//
+// QK_VECTORIZE_WIDE also makes an AVX2 version of the function beside the baseline one on
+// x86-64; the loader picks the one the processor runs. Sanitizer builds keep one version, as
+// the signal layer's kernels do: the loader's choice runs before the sanitizer's runtime.
+#pragma once
+
+#if defined(__GNUC__) && !defined(__clang__)
+#define QK_VECTORIZE __attribute__((optimize("tree-vectorize", "vect-cost-model=dynamic")))
+#else
+#define QK_VECTORIZE
+#endif
+
+#if defined(__x86_64__) && defined(__linux__) && !defined(__SANITIZE_ADDRESS__)
+#define QK_VECTORIZE_WIDE QK_VECTORIZE __attribute__((target_clones("avx2", "default")))
+#else
+#define QK_VECTORIZE_WIDE QK_VECTORIZE
+#endif

@@ -1,0 +1,285 @@
+#include "render/CQUENDARIC_Object_Source.h"
+
+#include <cmath>
+#include <cstring>
+#include <mutex>
+
+#include "platform/Archive.h"
+#include "render/BlockMath.h"
+#include "sdk/CQUENDARIC_PARAMETERS.h"
+
+QK_IMPLEMENT_SERIAL(CQUENDARIC_Object_Source)
+
+namespace {
+// Truncation towards zero of an angle in degrees. A direction of zero length has no angle
+// (0 / 0 gives not-a-number): it counts as 0, and so does anything that isn't finite.
+int truncDegrees(float fDegrees) {
+    if (!std::isfinite(fDegrees)) {
+        return 0;
+    }
+    return static_cast<int>(std::fmax(std::fmin(fDegrees, 1e6f), -1e6f));
+}
+
+void freeArray(float *&pf) {
+    ippsFree(pf);
+    pf = nullptr;
+}
+
+float *copyArray(const float *pfSource, int iLength) {
+    float *pf = ippsMalloc_32f(iLength);
+    if (pf != nullptr) {
+        std::memcpy(pf, pfSource, sizeof(float) * static_cast<size_t>(iLength));
+    }
+    return pf;
+}
+}  // namespace
+
+CQUENDARIC_Object_Source::~CQUENDARIC_Object_Source() {
+    ClearMonaural();
+    ClearBinaural();
+    FreeFilters();
+}
+
+void CQUENDARIC_Object_Source::FreeFilters() {
+    ippsIIRFree_32f(m_pIIRLow);
+    ippsIIRFree_32f(m_pIIRHigh);
+    m_pIIRLow = nullptr;
+    m_pIIRHigh = nullptr;
+}
+
+void CQUENDARIC_Object_Source::Serialize(qk::CArchive &ar) {
+    CQUENDARIC_Object::Serialize(ar);
+    if (ar.IsStoring()) {
+        ar << 1.0f << static_cast<int32_t>(m_iSSS_SourceID) << m_strChannelName1
+           << m_strChannelName2 << static_cast<int32_t>(m_iChannelSelect)
+           << static_cast<int32_t>(m_iAudioLink) << static_cast<int32_t>(m_iSourceFlag1)
+           << static_cast<int32_t>(m_iSourceFlag2);
+        return;
+    }
+    float fVersion = 0.0f;
+    int32_t iSourceID = 0, iSelect = 0, iLink = 0, iFlag1 = 0, iFlag2 = 0;
+    std::string strName1, strName2;
+    ar >> fVersion >> iSourceID >> strName1 >> strName2 >> iSelect >> iLink >> iFlag1 >> iFlag2;
+    m_iSSS_SourceID = iSourceID;
+    m_strChannelName1 = strName1;
+    m_strChannelName2 = strName2;
+    m_iChannelSelect = iSelect;
+    m_iAudioLink = iLink;
+    m_iSourceFlag1 = iFlag1;
+    m_iSourceFlag2 = iFlag2;
+}
+
+void CQUENDARIC_Object_Source::SetDescription(const std::string &strDescription) {
+    if (m_pParameters != nullptr && m_pParameters->m_iChannelMode == 1) {
+        m_strChannelName1 = strDescription;
+    } else {
+        m_strChannelName2 = strDescription;
+    }
+    if (m_pDraw != nullptr) {
+        m_pDraw->m_strDescription = strDescription;
+    }
+}
+
+// --- Geometry
+
+int CQUENDARIC_Object_Source::_GetAzimuth(C3Point a, C3Point b) {
+    const float dx = b.x - a.x;
+    const float dy = b.y - a.y;
+    const C3Point d(dx, dy, b.z - a.z, 0);
+    // phi is the one-argument arctangent, -90..90; the quadrant comes from the signs.
+    int v = truncDegrees(d.phi);
+    if (dx >= 0.0f && dy >= 0.0f) {
+        v += 270;
+        if (v == 360) {
+            v = 0;
+        }
+    } else if (dx < 0.0f) {
+        v += 90;
+    } else {
+        v += 270;  // dx >= 0 and dy < 0: no wrap is needed, phi is negative here
+    }
+    return v;
+}
+
+int CQUENDARIC_Object_Source::_GetElevation(C3Point a, C3Point b) {
+    // From b to a, the reverse of the azimuth: a point above a gives a positive result.
+    const C3Point d(a.x - b.x, a.y - b.y, a.z - b.z, 0);
+    return truncDegrees(d.theta) - 90;
+}
+
+float CQUENDARIC_Object_Source::GetAzimuth(C3Point S, C3Point L, C3Point P, C3Point) {
+    int a = _GetAzimuth(S, P) - _GetAzimuth(S, L);
+    if (a < 0) {
+        a += 360;
+    }
+    return static_cast<float>(a);
+}
+
+float CQUENDARIC_Object_Source::GetElevation(C3Point S, C3Point L, C3Point P, C3Point) {
+    int e = _GetElevation(S, P) - _GetElevation(S, L);
+    // Folds a difference beyond the pole back by its remainder; 180 and -180 stay as they
+    // are, which the data sets clamp to the poles.
+    if (e > 90 || e < -90) {
+        e = e - 2 * (e % 90);
+    }
+    return static_cast<float>(e);
+}
+
+float CQUENDARIC_Object_Source::GetDistance(C3Point a, C3Point b) {
+    const C3Point d(b.x - a.x, b.y - a.y, b.z - a.z, 0);
+    return d.Length();
+}
+
+void CQUENDARIC_Object_Source::Recalculate() {
+    const C3Point &S = m_pSink->m_position;
+    const C3Point &L = m_pSink->m_lookAt;
+    m_fAzimuth = GetAzimuth(S, L, m_position, m_lookAt);
+    m_fElevation = GetElevation(S, L, m_position, m_lookAt);
+    m_fDistance = GetDistance(S, m_position);
+}
+
+int CQUENDARIC_Object_Source::TruncatedAzimuth() const {
+    return truncDegrees(m_fAzimuth);
+}
+
+int CQUENDARIC_Object_Source::TruncatedElevation() const {
+    return truncDegrees(m_fElevation);
+}
+
+void CQUENDARIC_Object_Source::Move(C3Point position) {
+    if (m_pSink == nullptr) {
+        return;
+    }
+    m_position = position;
+    Recalculate();
+}
+
+void CQUENDARIC_Object_Source::Move(float fY) {
+    if (m_pSink == nullptr) {
+        return;
+    }
+    m_position.y = fY;
+    Recalculate();
+}
+
+void CQUENDARIC_Object_Source::LookAt(C3Point lookAt) {
+    if (m_pSink == nullptr) {
+        return;
+    }
+    m_lookAt = lookAt;
+    Recalculate();
+}
+
+void CQUENDARIC_Object_Source::Move_LookAt(C3Point position, C3Point lookAt) {
+    if (m_pSink == nullptr) {
+        return;
+    }
+    m_position = position;
+    m_lookAt = lookAt;
+    Recalculate();
+}
+
+// --- Responses
+
+void CQUENDARIC_Object_Source::ClearMonaural() {
+    m_iMonoIRLength = 0;
+    freeArray(m_pfMonoIR);
+}
+
+void CQUENDARIC_Object_Source::ClearBinaural() {
+    m_iBIRLength = 0;
+    freeArray(m_pfBIRLeft);
+    freeArray(m_pfBIRRight);
+}
+
+void CQUENDARIC_Object_Source::InitializeHRTFVariables() {
+    if (m_pParameters != nullptr) {
+        std::lock_guard<std::recursive_mutex> guard(m_pParameters->m_csStrings);
+        m_HRTF.m_sHRTFFile = m_pParameters->m_strHRTF;
+        m_HRTF.m_pHelper = m_pParameters->m_pHRTF.get();
+    }
+    m_HRTF.m_pStream = nullptr;
+    m_HRTF.m_iAzimuth = TruncatedAzimuth();
+    m_HRTF.m_iElevation = TruncatedElevation();
+}
+
+void CQUENDARIC_Object_Source::ReInitializeHRTF(int iRate) {
+    if (m_pSink == nullptr) {
+        return;
+    }
+    // The convolver's two numbers are what the block path compares the angles with, so they
+    // are stored even when there is no set to ask.
+    const int iAzimuth = TruncatedAzimuth();
+    const int iElevation = TruncatedElevation();
+    m_HRTF.m_iAzimuth = iAzimuth;
+    m_HRTF.m_iElevation = iElevation;
+    m_HRTF.ReInitialize(iAzimuth, iElevation, iRate);
+    ClearBinaural();
+    if (m_HRTF.m_iNewLength != 0 && m_HRTF.m_pfLeft != nullptr && m_HRTF.m_pfRight != nullptr) {
+        m_pfBIRLeft = copyArray(m_HRTF.m_pfLeft, m_HRTF.m_iNewLength);
+        m_pfBIRRight = copyArray(m_HRTF.m_pfRight, m_HRTF.m_iNewLength);
+        m_iBIRLength = m_pfBIRLeft != nullptr && m_pfBIRRight != nullptr ? m_HRTF.m_iNewLength : 0;
+    }
+}
+
+void CQUENDARIC_Object_Source::ReInitializeMonauralImpulseResponse() {
+    m_HRTF.m_iAzimuth = TruncatedAzimuth();
+    m_HRTF.m_iElevation = TruncatedElevation();
+}
+
+void CQUENDARIC_Object_Source::ReInitializeBinauralImpulseResponse() {
+    m_HRTF.m_iAzimuth = TruncatedAzimuth();
+    m_HRTF.m_iElevation = TruncatedElevation();
+}
+
+int CQUENDARIC_Object_Source::ReInitializeBIR_PCIRS() {
+    m_HRTF.m_iAzimuth = TruncatedAzimuth();
+    m_HRTF.m_iElevation = TruncatedElevation();
+    return 0;
+}
+
+float CQUENDARIC_Object_Source::LevelForDistance() const {
+    // Written so that a distance that isn't a number changes nothing either.
+    if (!(m_fDistance > 1.0f)) {
+        return 1.0f;
+    }
+    const double dB = -20.0 * std::log10(static_cast<double>(m_fDistance));
+    return static_cast<float>(std::pow(10.0, dB / 20.0));
+}
+
+// The level isn't smoothed across blocks: it steps at block edges.
+void CQUENDARIC_Object_Source::AdjustLevelForDistance(float *pfBlock, int n) {
+    if (pfBlock == nullptr || !(m_fDistance > 1.0f)) {
+        return;
+    }
+    qk::ScaleBlock(pfBlock, 2 * n, LevelForDistance());
+}
+
+void CQUENDARIC_Object_Source::CalculateIRs(int iKeepReflections, int iRate) {
+    if (m_iEnable == 0 || m_pParameters == nullptr) {
+        ClearMonaural();
+        ClearBinaural();
+        return;
+    }
+    const bool bReflections = m_pParameters->m_iReflections != 0;
+    if (m_pParameters->m_i3DAudio != 0) {
+        ClearMonaural();
+        if (bReflections) {
+            if (iKeepReflections == 0) {
+                ReInitializeBinauralImpulseResponse();
+            }
+        } else if (TruncatedAzimuth() != m_HRTF.m_iAzimuth ||
+                   TruncatedElevation() != m_HRTF.m_iElevation) {
+            ReInitializeHRTF(iRate);
+        }
+        return;
+    }
+    ClearBinaural();
+    if (bReflections) {
+        if (iKeepReflections == 0) {
+            ReInitializeMonauralImpulseResponse();
+        }
+    } else {
+        ClearMonaural();
+    }
+}

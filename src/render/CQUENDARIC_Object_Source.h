@@ -1,0 +1,116 @@
+// A virtual source: a sound emitter in the room. It knows where it stands relative to the
+// listener (distance, azimuth and elevation, recomputed on every move) and holds the impulse
+// responses from it to the listener's ears, with the HRTF convolver loaded with one of them.
+//
+// Angles are whole degrees, truncated towards zero: azimuth 0..359 anticlockwise seen from
+// above (0 ahead, 90 left, 270 right), elevation -90..90 (positive upwards).
+#pragma once
+
+#include <string>
+
+#include "binaural/CService_HRTF.h"
+#include "dsp/IppBuffer.h"
+#include "dsp/ipps.h"
+#include "render/CQUENDARIC_Object.h"
+#include "render/CQUENDARIC_Object_Sink.h"
+
+class CSOURCE;
+class CVRSoundSource;
+
+class CQUENDARIC_Object_Source : public CQUENDARIC_Object {
+    QK_DECLARE_SERIAL(CQUENDARIC_Object_Source)
+
+  public:
+    CQUENDARIC_Object_Source() = default;
+    ~CQUENDARIC_Object_Source() override;
+
+    using CQUENDARIC_Object::Move;
+
+    // The base, then version 1.0, the sound's id, both channel names, channel select, audio
+    // link and the two flags.
+    void Serialize(qk::CArchive &ar) override;
+    // The channel name of the settings' channel mode (1: the first, else the second) and the
+    // draw element, if any; the object's own description stays.
+    void SetDescription(const std::string &strDescription) override;
+
+    // Positions. Without a listener nothing changes. Each recomputes distance and angles
+    // against the listener; none marks the object moved, since the block path compares the
+    // angles with the ones the convolver was last given.
+    void Move(C3Point position) override;
+    // Sets the y coordinate alone, leaving the spherical fields of the position as they were.
+    void Move(float fY) override;
+    void LookAt(C3Point lookAt) override;
+    // Stores both, without comparing with what was stored.
+    void Move_LookAt(C3Point position, C3Point lookAt) override;
+
+    // Angles between a listener at S looking at L and a source at P (whose look-at Q doesn't
+    // count): azimuth 0..359 and elevation in whole degrees, distance |P - S| in metres.
+    static float GetAzimuth(C3Point S, C3Point L, C3Point P, C3Point Q);
+    static float GetElevation(C3Point S, C3Point L, C3Point P, C3Point Q);
+    static float GetDistance(C3Point a, C3Point b);
+    // The compass number of b seen from a, and the elevation of b seen from a.
+    static int _GetAzimuth(C3Point a, C3Point b);
+    static int _GetElevation(C3Point a, C3Point b);
+
+    void PlotMonoIR(int) {}
+    void PlotBinauralIR(int) {}
+    void ClearMonaural();
+    void ClearBinaural();
+    // Gives the convolver the settings' data set, its file name and the truncated angles.
+    void InitializeHRTFVariables();
+    // Asks the convolver for the response of the present direction (it cross-fades into it at
+    // its next block) and keeps a copy of the response as the binaural response handed to
+    // hosts. Nothing without a listener.
+    void ReInitializeHRTF(int iRate);
+    // Responses from a room model or a pre-computed set. With no such model in the library
+    // they ask for nothing; the block path renders one HRTF for the direction instead.
+    virtual void ReInitializeMonauralImpulseResponse();
+    virtual void ReInitializeBinauralImpulseResponse();
+    virtual int ReInitializeBIR_PCIRS();
+    // The 1/r law beyond one metre on the 2n planar floats of pfBlock; unity within it.
+    void AdjustLevelForDistance(float *pfBlock, int n);
+    // The factor that law gives for m_fDistance: 10^(dB / 20) with dB = -20 log10(distance)
+    // beyond one metre, else exactly 1.
+    float LevelForDistance() const;
+    // A complete rebuild for a caller outside the block path.
+    void CalculateIRs(int iKeepReflections, int iRate);
+
+    CVRSoundSource *m_pVRSource = nullptr;      // the world's entry; owned by the world
+    CQUENDARIC_Object_Sink *m_pSink = nullptr;  // the listener; written by the engine
+    CSOURCE *m_pSSS_Source = nullptr;           // the sound rendered; not owned
+    int m_iSSS_SourceID = 0;                    // its id, kept for archives
+    CService_HRTF m_HRTF;                       // the object's convolver
+    int m_i3DSourceWavID = -1;                  // number in a pre-computed set
+    float *m_pfMonoIR = nullptr;                // monaural response; owned, ippsMalloc_32f
+    int m_iMonoIRLength = 0;
+    float *m_pfBIRLeft = nullptr;  // binaural response; owned, ippsMalloc_32f
+    float *m_pfBIRRight = nullptr;
+    int m_iBIRLength = 0;
+    std::string m_strChannelName1;  // descriptions by channel mode
+    std::string m_strChannelName2;
+    int m_iChannelSelect = 0;  // channel selector of channel mode 1
+    int m_iAudioLink = 0;      // channel selector of channel mode 2
+    int m_iSourceFlag1 = 1;
+    int m_iSourceFlag2 = 1;
+    int m_iPO = 0;            // the playback output setting, taken at Initialize
+    CIppBuffer m_pfScratch1;  // block-long scratch, made by Initialize
+    CIppBuffer m_pfScratch2;
+    CIppBuffer m_pfScratch3;
+    int m_iFilterOrder = 2;
+    IppsIIRState_32f *m_pIIRLow = nullptr;  // owned; made by Initialize
+    IppsIIRState_32f *m_pIIRHigh = nullptr;
+    float m_fMonoPeak = 0.0f;
+    float m_fBIRPeakL = 0.0f;
+    float m_fBIRPeakR = 0.0f;
+    int m_iBlock = 0;  // format in use: frames, Hz, bits
+    int m_iRate = 0;
+    int m_iBits = 0;
+
+  protected:
+    // Distance and angles against the listener, from the stored points.
+    void Recalculate();
+    // The two angles truncated, as the convolver is given them.
+    int TruncatedAzimuth() const;
+    int TruncatedElevation() const;
+    void FreeFilters();
+};

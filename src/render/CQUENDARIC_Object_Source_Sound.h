@@ -1,0 +1,65 @@
+// The virtual source that renders: once a block it takes a mono signal out of its sound
+// source, rebuilds its response when the direction, the listener, the world or the data set
+// changed, convolves, and adds the result to the listener's block.
+//
+// The engine calls it on its own thread inside its lock, once per block and enabled object,
+// after writing m_pSink (the rendering listener) and m_iRecalculate:
+//     object->m_pSink = listener; object->m_iRecalculate = recalculate;
+//     object->_process(n, rate);
+// The listener's block must hold 2n cleared floats before the first object of the block.
+#pragma once
+
+#include <string>
+
+#include "render/CQUENDARIC_Object_Source.h"
+
+class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
+    QK_DECLARE_SERIAL(CQUENDARIC_Object_Source_Sound)
+
+  public:
+    // For archives: no settings, no draw element.
+    CQUENDARIC_Object_Source_Sound();
+    // A source at a place (metres) with a name. Angles stay 0 until a listener is known.
+    CQUENDARIC_Object_Source_Sound(CQUENDARIC_PARAMETERS *pParameters, C3Point position,
+                                   const std::string &strName);
+    ~CQUENDARIC_Object_Source_Sound() override;
+
+    // The base, then version 1.0.
+    void Serialize(qk::CArchive &ar) override;
+
+    // Prepares the block format: frames, Hz, bits. The convolver takes the response of the
+    // present direction; scratch and mono blocks of iBlock floats are made.
+    void Initialize(int iBlock, int iRate, int iBits) override;
+    // Renders one block of n frames (1..m_iBufferLength) at iRate Hz into m_pfData and adds
+    // it to the listener's block. -1, silently, without a listener, a sound, its samples or
+    // settings, or for a block length or rate it can't render; 0 otherwise.
+    int _process(int n, int iRate) override;
+    // Ends the format; nothing when not initialised.
+    void Terminate() override;
+    virtual int ResetInternalBuffers() { return 0; }
+
+    CIppBuffer m_pfMono;             // the block's mono signal
+    int m_iMotionCounter = 0;        // blocks since the head-motion wobble started
+    float m_fMotionBase = 0.0f;      // azimuth the wobble swings around
+    float m_fMotionAzimuth = -1.0f;  // last wobbled azimuth
+
+  private:
+    // The channel selector of the settings' channel mode, or -1.
+    int ChannelSelector() const;
+    void FetchMono(int n, int iSelector);
+    void RouteStraight(int n, int iSelector);
+    // Follows moves of the listener and of the world's entry; true when a rebuild is due.
+    bool FollowMoves(int iRate);
+    void RebuildResponse(int iRate);
+    // Renders the block into m_pfData at the level fGain.
+    void Render(int n, int iRate, int iSelector, float fGain);
+    // The direct path's level by distance, refreshing m_fDistance; 1 for the other models.
+    float DirectPathLevel();
+    // The head-motion wobble of the direct path.
+    void HeadMotion(int n, int iRate);
+    // Convolves pfIn into m_pfData at the level fGain; a convolver that can't render leaves
+    // silence.
+    void Convolve(float *pfIn, int n, int iRate, float fGain);
+    // The planar channel k of n frames of a sound's block, or null when the block is short.
+    static float *Channel(const CIppBuffer &block, int k, int n);
+};

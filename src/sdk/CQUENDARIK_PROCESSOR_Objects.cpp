@@ -1,0 +1,386 @@
+// The engine's virtual sources and listeners: adding, removing, finding and moving them. The
+// engine's lists and the world's lists of entries change together, under the engine lock.
+#include <algorithm>
+#include <mutex>
+
+#include "platform/Report.h"
+#include "render/CQUENDARIC_Object_Source_Sound.h"
+#include "sdk/CQUENDARIK_PROCESSOR.h"
+#include "sdk/Messages.h"
+
+namespace {
+using Guard = std::lock_guard<qk::CEngineLock>;
+
+// Takes one entry out of a list of owned entries, by identity; the entry is deleted.
+template <typename T>
+void eraseEntry(std::vector<std::unique_ptr<T>> &list, const T *pEntry) {
+    auto it = std::find_if(list.begin(), list.end(),
+                           [pEntry](const std::unique_ptr<T> &p) { return p.get() == pEntry; });
+    if (it != list.end()) {
+        list.erase(it);
+    }
+}
+}  // namespace
+
+// --- Virtual sources
+
+int CQUENDARIK_PROCESSOR::Add3DSource_Sound(int &iID, int iSoundID, int iAudioLink, float x,
+                                            float y, float z, const std::string &strName) {
+    Guard guard(m_csEngine);
+    const C3Point point(x, y, z, 0);
+    auto &entries = m_Parameters.m_World.m_VRSources;
+    entries.push_back(std::make_unique<CVRSoundSource>());
+    CVRSoundSource *pEntry = entries.back().get();
+    auto pObject = std::make_unique<CQUENDARIC_Object_Source_Sound>(&m_Parameters, point, strName);
+    iID = pObject->m_iID;
+    pObject->m_i3DSourceWavID = iID;
+    pEntry->m_position = point;
+    pObject->m_pVRSource = pEntry;
+    pObject->m_iAudioLink = iAudioLink;
+    pObject->m_pSink = m_pCurrentSink;
+    // No early exit: with two sources of one id the later one is bound.
+    for (auto &source : m_listSources) {
+        if (source->m_iID == iSoundID) {
+            pObject->m_pSSS_Source = source.get();
+            pObject->m_iSSS_SourceID = iSoundID;
+        }
+    }
+    m_list3DSources.push_back(std::move(pObject));
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::Add3DSource_Sound(int &iID, int iSoundID, int iAudioLink) {
+    Guard guard(m_csEngine);
+    auto &entries = m_Parameters.m_World.m_VRSources;
+    entries.push_back(std::make_unique<CVRSoundSource>());
+    auto pObject = std::make_unique<CQUENDARIC_Object_Source_Sound>();
+    iID = pObject->m_iID;
+    pObject->m_i3DSourceWavID = iID;
+    pObject->m_pVRSource = entries.back().get();
+    pObject->m_iAudioLink = iAudioLink;
+    pObject->m_pParameters = &m_Parameters;
+    pObject->m_pSink = m_pCurrentSink;
+    for (auto &source : m_listSources) {
+        if (source->m_iID == iSoundID) {
+            pObject->m_pSSS_Source = source.get();
+            pObject->m_iSSS_SourceID = iSoundID;
+        }
+    }
+    m_list3DSources.push_back(std::move(pObject));
+    return 0;
+}
+
+// The object is found by its mark; its own world entry goes with it, so that both lists stay
+// in step even when a caller has let them drift.
+int CQUENDARIK_PROCESSOR::Remove3DSourceSound(int iID) {
+    Guard guard(m_csEngine);
+    CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
+    if (pObject == nullptr) {
+        return -1;
+    }
+    pObject->m_iRemoveMark = 1;
+    auto it = std::find_if(m_list3DSources.begin(), m_list3DSources.end(),
+                           [](const auto &p) { return p->m_iRemoveMark != 0; });
+    CVRSoundSource *pEntry = (*it)->m_pVRSource;
+    m_list3DSources.erase(it);
+    eraseEntry(m_Parameters.m_World.m_VRSources, pEntry);
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::RemoveAll3DSources() {
+    Guard guard(m_csEngine);
+    m_list3DSources.clear();
+    return 0;
+}
+
+CQUENDARIC_Object_Source *CQUENDARIK_PROCESSOR::Get3DSourceFromID(int iID) {
+    Guard guard(m_csEngine);
+    for (auto &object : m_list3DSources) {
+        if (object->m_iID == iID) {
+            return object.get();
+        }
+    }
+    return nullptr;
+}
+
+int CQUENDARIK_PROCESSOR::Get3DSource_ID(int iID, int &iOut) {
+    Guard guard(m_csEngine);
+    const CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
+    if (pObject == nullptr) {
+        return -1;
+    }
+    iOut = pObject->m_iID;
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::Get3DSource_Name(int iID, std::string &strName) {
+    Guard guard(m_csEngine);
+    const CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
+    if (pObject == nullptr) {
+        return -1;
+    }
+    strName = pObject->m_strDescription;
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::Set3DSource_Enable(int iID, int iEnable) {
+    Guard guard(m_csEngine);
+    CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
+    if (pObject == nullptr) {
+        return -1;
+    }
+    pObject->m_iEnable = iEnable;
+    if (pObject->m_pVRSource != nullptr) {
+        pObject->m_pVRSource->m_iEnable = iEnable;
+    }
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::Set3DSource_Description(int iID, const std::string &strDescription) {
+    Guard guard(m_csEngine);
+    CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
+    if (pObject == nullptr) {
+        return -1;
+    }
+    pObject->m_strDescription = strDescription;
+    if (pObject->m_pDraw != nullptr) {
+        pObject->m_pDraw->m_strDescription = strDescription;
+    }
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::Set3DSource_SelectedChannelPlaylist(int iID, int iAudioLink) {
+    Guard guard(m_csEngine);
+    CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
+    if (pObject == nullptr) {
+        return -1;
+    }
+    pObject->m_iAudioLink = iAudioLink;
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::Set3DSource_Position(int iID, float x, float y, float z) {
+    Guard guard(m_csEngine);
+    CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
+    if (pObject == nullptr) {
+        return -1;
+    }
+    const C3Point point(x, y, z, 0);
+    if (pObject->m_pVRSource != nullptr) {
+        pObject->m_pVRSource->m_position = point;
+    }
+    pObject->Move(point);
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::Get3DSource_Position(int iID, float &x, float &y, float &z) {
+    Guard guard(m_csEngine);
+    const CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
+    if (pObject == nullptr) {
+        return -1;
+    }
+    x = pObject->m_position.x;
+    y = pObject->m_position.y;
+    z = pObject->m_position.z;
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::Update3DSource_Position(int iID) {
+    Guard guard(m_csEngine);
+    CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
+    if (pObject == nullptr) {
+        return -1;
+    }
+    if (pObject->m_pVRSource == nullptr) {
+        return -2;
+    }
+    pObject->Move(pObject->m_pVRSource->m_position);
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::Get3DSource_Binaural_Position(int iID, float &fDistance, float &fAzimuth,
+                                                        float &fElevation) {
+    Guard guard(m_csEngine);
+    const CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
+    if (pObject == nullptr) {
+        return -1;
+    }
+    fDistance = pObject->m_fDistance;
+    fAzimuth = pObject->m_fAzimuth;
+    fElevation = pObject->m_fElevation;
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::GetVRSource(int iID, void *&pVRSource) {
+    Guard guard(m_csEngine);
+    CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
+    if (pObject == nullptr) {
+        return -1;
+    }
+    if (pObject->m_pVRSource == nullptr) {
+        return -2;
+    }
+    pVRSource = pObject->m_pVRSource;
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::Get3DSource_Binaural_IR(int iID, float *&pfLeft, float *&pfRight,
+                                                  int &iLength) {
+    Guard guard(m_csEngine);
+    const CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
+    if (pObject == nullptr) {
+        return -1;
+    }
+    pfLeft = pObject->m_pfBIRLeft;
+    pfRight = pObject->m_pfBIRRight;
+    iLength = pObject->m_iBIRLength;
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::Get3DSource_3DSourceWavID(int iID, int &iWavID) {
+    Guard guard(m_csEngine);
+    if (const CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID)) {
+        iWavID = pObject->m_i3DSourceWavID;
+    }
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::Set3DSource_3DSourceWavID(int iID, int iWavID) {
+    Guard guard(m_csEngine);
+    if (CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID)) {
+        pObject->m_i3DSourceWavID = iWavID;
+    }
+    return 0;
+}
+
+// --- Listeners
+
+int CQUENDARIK_PROCESSOR::Add3DListener(int &iID) {
+    Guard guard(m_csEngine);
+    auto pSink = std::make_unique<CQUENDARIC_Object_Sink>();
+    iID = pSink->m_iID;
+    m_pCurrentSink = pSink.get();
+    auto &clients = m_Parameters.m_World.m_VRClients;
+    clients.push_back(std::make_unique<CVRClient>());
+    CVRClient *pClient = clients.back().get();
+    pSink->m_pClient = pClient;
+    pClient->m_position = pSink->m_position;
+    pClient->m_lookAt = pSink->m_lookAt;
+    m_list3DSinks.push_back(std::move(pSink));
+    return 0;
+}
+
+// Finishes what a listener's removal needs, so that nothing points at it afterwards: its
+// entries go, the last listener left becomes the current one, and sources that were told
+// this listener are told that one.
+int CQUENDARIK_PROCESSOR::Remove3DListener(int iID) {
+    Guard guard(m_csEngine);
+    CQUENDARIC_Object_Sink *pSink = Get3DSinkFromID(iID);
+    if (pSink == nullptr) {
+        return -1;
+    }
+    if (m_pCurrentSink == pSink) {
+        m_pCurrentSink = nullptr;
+        for (auto &other : m_list3DSinks) {
+            if (other.get() != pSink) {
+                m_pCurrentSink = other.get();
+            }
+        }
+    }
+    for (auto &object : m_list3DSources) {
+        if (object->m_pSink == pSink) {
+            object->m_pSink = m_pCurrentSink;
+        }
+    }
+    const CVRClient *pClient = pSink->m_pClient;
+    eraseEntry(m_list3DSinks, static_cast<const CQUENDARIC_Object_Sink *>(pSink));
+    eraseEntry(m_Parameters.m_World.m_VRClients, pClient);
+    qk::Report("TODO: Remove3DListener", kCaption, qk::Severity::Info);
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::RemoveAll3DListeners() {
+    Guard guard(m_csEngine);
+    for (auto &object : m_list3DSources) {
+        object->m_pSink = nullptr;
+    }
+    m_pCurrentSink = nullptr;
+    m_list3DSinks.clear();
+    return 0;
+}
+
+CQUENDARIC_Object_Sink *CQUENDARIK_PROCESSOR::Get3DSinkFromID(int iID) {
+    Guard guard(m_csEngine);
+    for (auto &sink : m_list3DSinks) {
+        if (sink->m_iID == iID) {
+            return sink.get();
+        }
+    }
+    return nullptr;
+}
+
+CQUENDARIC_Object_Sink *CQUENDARIK_PROCESSOR::GetSink() {
+    Guard guard(m_csEngine);
+    for (auto &sink : m_list3DSinks) {
+        if (sink->m_iEnable != 0) {
+            return sink.get();
+        }
+    }
+    return nullptr;
+}
+
+float *CQUENDARIK_PROCESSOR::GetSinkData(int) {
+    Guard guard(m_csEngine);
+    CQUENDARIC_Object_Sink *pSink = GetSink();
+    return pSink != nullptr ? pSink->m_pfData.get() : nullptr;
+}
+
+int CQUENDARIK_PROCESSOR::Set3DListener_Position_LookAt(int iID, float x, float y, float z,
+                                                        float lx, float ly, float lz) {
+    Guard guard(m_csEngine);
+    CQUENDARIC_Object_Sink *pSink = Get3DSinkFromID(iID);
+    if (pSink == nullptr) {
+        return -1;
+    }
+    const C3Point position(x, y, z, 0);
+    const C3Point lookAt(lx, ly, lz, 0);
+    pSink->Move_LookAt(position, lookAt);
+    if (pSink->m_pClient != nullptr) {
+        pSink->m_pClient->m_position = position;
+        pSink->m_pClient->m_lookAt = lookAt;
+    }
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::Get3DListener_Position_LookAt(int iID, float &x, float &y, float &z,
+                                                        float &lx, float &ly, float &lz) {
+    Guard guard(m_csEngine);
+    const CQUENDARIC_Object_Sink *pSink = Get3DSinkFromID(iID);
+    if (pSink == nullptr) {
+        return -1;
+    }
+    const C3Point &position =
+        pSink->m_pClient != nullptr ? pSink->m_pClient->m_position : pSink->m_position;
+    const C3Point &lookAt =
+        pSink->m_pClient != nullptr ? pSink->m_pClient->m_lookAt : pSink->m_lookAt;
+    x = position.x;
+    y = position.y;
+    z = position.z;
+    lx = lookAt.x;
+    ly = lookAt.y;
+    lz = lookAt.z;
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::Update3DListener_Position(int iID) {
+    Guard guard(m_csEngine);
+    CQUENDARIC_Object_Sink *pSink = Get3DSinkFromID(iID);
+    if (pSink == nullptr) {
+        return -1;
+    }
+    if (pSink->m_pClient == nullptr) {
+        return -2;
+    }
+    pSink->Move_LookAt(pSink->m_pClient->m_position, pSink->m_pClient->m_lookAt);
+    return 0;
+}

@@ -1,0 +1,205 @@
+#include "binaural/CService_HRTF.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "binaural/CHELPER_HRTF.h"
+#include "support/HrtfSets.h"
+#include "support/SignalReference.h"
+
+namespace {
+constexpr int kRate = 44100;
+constexpr int kTaps = 64;
+constexpr int kBlock = 256;  // N = 512 = 2n: the fast convolution is exact
+// Float transforms of 512 points on signals within +-1 and responses of 64 taps within +-1.
+constexpr double kTolerance = 1e-4;
+
+// A set with two measured directions: azimuth 0 (measurement 0) and 90 (measurement 1), both
+// at elevation 0. Slot 2m is the left ear of measurement m, 2m + 1 the right.
+std::unique_ptr<CHELPER_HRTF> twoDirectionSet() {
+    auto set = qktest::MakeSet(2, kTaps, "BOTH", kRate);
+    set->m_aiLookup[static_cast<size_t>(CHELPER_HRTF::TableIndex(0, 0))] = 0;
+    set->m_aiLookup[static_cast<size_t>(CHELPER_HRTF::TableIndex(90, 0))] = 1;
+    return set;
+}
+
+std::vector<float> slot(int s) {
+    std::vector<float> h(kTaps);
+    for (int k = 0; k < kTaps; ++k) {
+        h[static_cast<size_t>(k)] = qktest::Code(s, k);
+    }
+    return h;
+}
+
+// Sample t of x convolved with h, using the input from sample `from` on only.
+double convolveAt(const std::vector<float> &x, const std::vector<float> &h, int t, int from = 0) {
+    double sum = 0.0;
+    for (int lag = 0; lag < static_cast<int>(h.size()) && t - lag >= from; ++lag) {
+        sum += static_cast<double>(h[static_cast<size_t>(lag)]) * x[static_cast<size_t>(t - lag)];
+    }
+    return sum;
+}
+
+class HrtfService : public testing::TestWithParam<const char *> {
+  protected:
+    void SetUp() override {
+        service.m_pHelper = set.get();
+        service.m_sMethod = GetParam();
+    }
+    // Renders block b of x and returns the service's 2n output floats.
+    std::vector<float> block(int b) {
+        EXPECT_EQ(service._process(x.data() + b * kBlock, kBlock, 0), 0);
+        return std::vector<float>(service.m_pfData.get(), service.m_pfData.get() + 2 * kBlock);
+    }
+
+    std::unique_ptr<CHELPER_HRTF> set = twoDirectionSet();
+    CService_HRTF service;
+    std::vector<float> x = qktest::Noise(4 * kBlock, 21);
+};
+
+// Blocks 0 and 1 with the first direction; a new direction before block 2. Block 2 fades the
+// old filter out and the new one in; block 3 is the new filter alone.
+TEST_P(HrtfService, RendersTheDirectionAndCrossFadesOneBlockOnAChange) {
+    const bool fir = std::string(GetParam()) == "FIR";
+    ASSERT_EQ(service._init(kBlock, kRate), 0);
+    EXPECT_EQ(service.m_strStatus, "OK");
+    EXPECT_EQ(service.m_iLength, kTaps);
+    const std::vector<float> oldL = slot(0), oldR = slot(1), newL = slot(2), newR = slot(3);
+    for (int b = 0; b < 2; ++b) {
+        const std::vector<float> out = block(b);
+        for (int j = 0; j < kBlock; ++j) {
+            ASSERT_NEAR(out[static_cast<size_t>(j)], convolveAt(x, oldL, b * kBlock + j),
+                        kTolerance);
+            ASSERT_NEAR(out[static_cast<size_t>(kBlock + j)], convolveAt(x, oldR, b * kBlock + j),
+                        kTolerance);
+        }
+    }
+    ASSERT_EQ(service.ReInitialize(90, 0, kRate), 0);
+    EXPECT_EQ(service.m_bReInitialize, 1);
+    EXPECT_EQ(service.m_iAzimuth, 90);
+
+    const std::vector<float> fade = block(2);
+    EXPECT_EQ(service.m_bReInitialize, 0);
+    const int start = 2 * kBlock;
+    for (int j = 0; j < kBlock; ++j) {
+        const double up = static_cast<double>(j) / (kBlock - 1);
+        const int t = start + j;
+        // The old filter runs on; the new one starts from this block, and the fast
+        // convolver's second pass hears the old filter's tail of this block once more.
+        const double aL = convolveAt(x, oldL, t);
+        double bL = convolveAt(x, newL, t, start);
+        double bR = convolveAt(x, newR, t, start);
+        if (!fir) {
+            bL += convolveAt(x, oldL, t + kBlock, start) -
+                  convolveAt(x, oldL, t + kBlock, start + kBlock);
+            bR += convolveAt(x, oldR, t + kBlock, start) -
+                  convolveAt(x, oldR, t + kBlock, start + kBlock);
+        }
+        ASSERT_NEAR(fade[static_cast<size_t>(j)], aL * (1.0 - up) + bL * up, kTolerance) << j;
+        ASSERT_NEAR(fade[static_cast<size_t>(kBlock + j)],
+                    convolveAt(x, oldR, t) * (1.0 - up) + bR * up, kTolerance)
+            << j;
+    }
+    const std::vector<float> after = block(3);
+    for (int j = 0; j < kBlock; ++j) {
+        ASSERT_NEAR(after[static_cast<size_t>(j)], convolveAt(x, newL, 3 * kBlock + j, start),
+                    kTolerance);
+        ASSERT_NEAR(after[static_cast<size_t>(kBlock + j)],
+                    convolveAt(x, newR, 3 * kBlock + j, start), kTolerance);
+    }
+}
+
+// A direction the set doesn't measure keeps the filter that sounds.
+TEST_P(HrtfService, UnmeasuredDirectionKeepsTheFilterInUse) {
+    qktest::ReportCatcher reports;
+    ASSERT_EQ(service._init(kBlock, kRate), 0);
+    block(0);
+    EXPECT_EQ(service.ReInitialize(45, 10, kRate), 0);
+    EXPECT_EQ(service.m_bReInitialize, 0);
+    const std::vector<float> out = block(1);
+    for (int j = 0; j < kBlock; ++j) {
+        ASSERT_NEAR(out[static_cast<size_t>(j)], convolveAt(x, slot(0), kBlock + j), kTolerance);
+    }
+    EXPECT_FALSE(reports.texts.empty());
+}
+
+// After _quit and _init the history of the running convolution is still there; ClearHistory
+// is what silences it.
+TEST_P(HrtfService, QuitKeepsTheRunningConvolutionAndClearHistoryEndsIt) {
+    ASSERT_EQ(service._init(kBlock, kRate), 0);
+    block(0);
+    service._quit();
+    EXPECT_EQ(service.m_iLength, 0);
+    EXPECT_EQ(service.m_pfLeft, nullptr);
+    EXPECT_EQ(service.m_pfData.get(), nullptr);
+    ASSERT_EQ(service._init(kBlock, kRate), 0);
+    service.ClearHistory();
+    const std::vector<float> out = block(1);
+    for (int j = 0; j < kBlock; ++j) {
+        ASSERT_NEAR(out[static_cast<size_t>(j)], convolveAt(x, slot(0), kBlock + j, kBlock),
+                    kTolerance);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Methods, HrtfService, testing::Values("OVERLAP", "FIR"));
+
+TEST(CService_HRTF, FailuresWithoutSetOrMeasurement) {
+    qktest::ReportCatcher reports;
+    CService_HRTF service;
+    std::vector<float> in(kBlock, 1.0f);
+    EXPECT_EQ(service._init(kBlock, kRate), -1);
+    EXPECT_EQ(service.ReInitialize(0, 0, kRate), -1);
+    EXPECT_EQ(service._process(in.data(), kBlock, 0), -1);
+
+    auto set = twoDirectionSet();
+    service.m_pHelper = set.get();
+    service.m_iAzimuth = 45;
+    EXPECT_EQ(service._init(kBlock, kRate), -1);
+    EXPECT_EQ(service.m_strStatus, "CANNOT_READ_DATA_FROM_HELPER");
+    EXPECT_EQ(service.m_iState, 0);
+    // Nothing is in use: the block is silent.
+    EXPECT_EQ(service._process(in.data(), kBlock, 0), 0);
+    EXPECT_TRUE(std::all_of(service.m_pfData.get(), service.m_pfData.get() + 2 * kBlock,
+                            [](float f) { return f == 0.0f; }));
+    // A disabled service neither fetches nor fails.
+    service.m_iEnable = 0;
+    EXPECT_EQ(service._init(kBlock, kRate), 0);
+    EXPECT_EQ(service.m_strStatus, "OK");
+}
+
+TEST(CService_HRTF, ExternalResponses) {
+    auto set = twoDirectionSet();
+    CService_HRTF service;
+    service.m_pHelper = set.get();
+    const std::vector<float> left = {1.0f, 0.5f, 0.25f};
+    const std::vector<float> right = {0.0f, 0.0f, -1.0f};
+    service.InitializeExternal(left.data(), right.data(), 3);
+    ASSERT_EQ(service._init(kBlock, kRate), 0);
+    EXPECT_EQ(service.m_iLengthInUse, 3);  // kept, not replaced by the set's direction
+    std::vector<float> x = qktest::Noise(kBlock, 23);
+    service._process(x.data(), kBlock, 0);
+    for (int j = 0; j < kBlock; ++j) {
+        ASSERT_NEAR(service.m_pfData[j], convolveAt(x, left, j), kTolerance);
+        ASSERT_NEAR(service.m_pfData[kBlock + j], convolveAt(x, right, j), kTolerance);
+    }
+    // Missing pointers or length: ignored, nothing waits.
+    EXPECT_EQ(service.ReInitializeExternal(nullptr, right.data(), 3), 0);
+    EXPECT_EQ(service.ReInitializeExternal(left.data(), right.data(), 0), 0);
+    EXPECT_EQ(service.m_bReInitialize, 0);
+    EXPECT_EQ(service.ReInitializeExternal(right.data(), left.data(), 3), 0);
+    EXPECT_EQ(service.m_bReInitialize, 1);
+    EXPECT_EQ(service.m_iNewLength, 3);
+}
+
+TEST(CService_HRTF, CrossFadeRamp) {
+    float ramp[5];
+    CService_HRTF::Ramp(ramp, 5, 1.0, 0.0);
+    EXPECT_FLOAT_EQ(ramp[0], 1.0f);
+    EXPECT_FLOAT_EQ(ramp[1], 0.75f);
+    EXPECT_FLOAT_EQ(ramp[4], 0.0f);
+    CService_HRTF::Ramp(ramp, 1, 0.0, 1.0);  // one value: the start
+    EXPECT_EQ(ramp[0], 0.0f);
+}
+}  // namespace
