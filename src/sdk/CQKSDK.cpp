@@ -296,3 +296,40 @@ int CQKSDK::qk_Siml_Get_Blocks(int &iBlocks) {
     iBlocks = m_pProcessor->GetBlockCount();
     return 0;
 }
+
+int CQKSDK::testHRTFSet(int i1, float f2, int i3, int i4, int i5, int i6, int i7) {
+    std::lock_guard<qk::CEngineLock> guard(m_pProcessor->m_csEngine);
+    CHRTF_Converter &converter = m_pProcessor->m_HRTFConverter;
+    converter.m_iInverseMethod = i1;
+    converter.m_fInverseLimit = f2;
+    converter.m_bMinimumPhase = i3;
+    converter.m_iDynamic = i4;
+    converter.m_iOffset = i5;
+    converter.m_bNormalise = i6;
+    converter.m_bPowerAverage = i7;
+    m_pProcessor->m_iTestHRTF = 1;
+    return 0;
+}
+
+int CQKSDK::qk_Siml_Process_WinAmp(int iSamples, int iBits, int iChannels, int iSampleRate) {
+    return m_pProcessor->_processWinAmpThread(iSamples, iBits, iChannels, iSampleRate);
+}
+
+int CQKSDK::qk_Save_Wave_Start(std::string strName) {
+    std::lock_guard<qk::CEngineLock> guard(m_pProcessor->m_csEngine);
+    CQUENDARIC_PARAMETERS &params = m_pProcessor->m_Parameters;
+    {
+        std::lock_guard<std::recursive_mutex> strings(params.m_csStrings);
+        params.m_strSaveWave = strName;
+    }
+    m_pProcessor->m_SinkWave.m_strSinkFile = strName;
+    params.m_iSaveWave = 1;  // the block path opens the file at its next block
+    return 0;
+}
+
+int CQKSDK::qk_Save_Wave_Stop() {
+    std::lock_guard<qk::CEngineLock> guard(m_pProcessor->m_csEngine);
+    m_pProcessor->m_Parameters.m_iSaveWave = 0;
+    m_pProcessor->m_SinkWave._quit();
+    return 0;
+}

@@ -31,6 +31,15 @@ CQUENDARIK_PROCESSOR::CQUENDARIK_PROCESSOR() {
     m_iPlaybackState = 7;
     m_iScratchLength = 32768;
     m_pfScratch.AllocateZeroed(2 * m_iScratchLength);
+    // The post shelves: low at the settings' low corner, high at the high corner.
+    m_FilterLowL._init(8, m_Parameters.m_fGain_LSF, 1.0f, 0.5f, m_Parameters.m_fFrequency_LSF,
+                       44100.0f);
+    m_FilterLowR._init(8, m_Parameters.m_fGain_LSF, 1.0f, 0.5f, m_Parameters.m_fFrequency_LSF,
+                       44100.0f);
+    m_FilterHighL._init(9, m_Parameters.m_fGain_HSF, 1.0f, 0.5f, m_Parameters.m_fFrequency_HSF,
+                        44100.0f);
+    m_FilterHighR._init(9, m_Parameters.m_fGain_HSF, 1.0f, 0.5f, m_Parameters.m_fFrequency_HSF,
+                        44100.0f);
 }
 
 CQUENDARIK_PROCESSOR::~CQUENDARIK_PROCESSOR() {
@@ -39,6 +48,10 @@ CQUENDARIK_PROCESSOR::~CQUENDARIK_PROCESSOR() {
     RemoveAllSources();
     RemoveAll3DSources();
     RemoveAll3DListeners();
+    m_FilterLowL._quit();
+    m_FilterLowR._quit();
+    m_FilterHighL._quit();
+    m_FilterHighR._quit();
 }
 
 bool CQUENDARIK_PROCESSOR::InitInstance() {
@@ -51,6 +64,9 @@ bool CQUENDARIK_PROCESSOR::InitInstance() {
 }
 
 int CQUENDARIK_PROCESSOR::ExitInstance() {
+    if (m_Parameters.m_iSaveWave == 1) {
+        m_SinkWave._quit();
+    }
     // Messages still queued run now, so that no hosted caller waits for nothing.
     while (PeekMessage() && PumpMessage()) {
     }
@@ -154,11 +170,6 @@ void CQUENDARIK_PROCESSOR::OnProcessWinAmp(uintptr_t wParam, intptr_t) {
     call.iResult = result;
     s_iWinAmpResult = result;
     call.evtDone.SetEvent();
-}
-
-int CQUENDARIK_PROCESSOR::_processWinAmp(int, int, int, int) {
-    // No block can be made before the render path exists.
-    return -1;
 }
 
 int CQUENDARIK_PROCESSOR::_processWinAmpThread(int iLength, int iBits, int iChannels,

@@ -9,6 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "audio/CAudio_Playback.h"
+#include "binaural/CHRTF_Converter.h"
+#include "binaural/CSERVICE_FILTER.h"
 #include "dsp/IppBuffer.h"
 #include "platform/EngineLock.h"
 #include "platform/Event.h"
@@ -17,6 +20,7 @@
 #include "render/CQUENDARIC_Object_Sink.h"
 #include "render/CQUENDARIC_Object_Source.h"
 #include "sdk/CQUENDARIC_PARAMETERS.h"
+#include "sources/CSINK_WAVE.h"
 #include "sources/CSOURCE.h"
 
 class CQUENDARIK_PROCESSOR : public qk::CWinThread {
@@ -144,6 +148,15 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     // One block of the render path: -1 when nothing was made, 0 made without a device,
     // 1 made and handed to the device.
     int _processWinAmp(int iLength, int iBits, int iChannels, int iSampleRate);
+    // The stages after the mix, on the listener's planar stereo block of n frames: canceller,
+    // post shelves (only with m_iPostEQ 2), limiter, output gain. Return 0.
+    int PostProcess(float *pfBlock, int n, int iSampleRate, int iBits);
+    // 0 when the canceller doesn't run; -1 when it should but has no data set.
+    int CrossTalk(float *pfBlock, int n, int iSampleRate, int iBits);
+    // Turns m_fGain down at once so that this block peaks at 0.95 of full scale
+    // (2^(bits-1); 1.0 for bits 0 or 32) when it would exceed it; never turns it up.
+    int CheckAutomaticLimiter(float *pfBlock, int n, int iSampleRate, int iBits);
+    int CheckForMaterialChanges(int iSampleRate);
     // Runs _processWinAmp on the engine thread and waits for it, at most kWinAmpTimeout ms;
     // 0 on time-out.
     int _processWinAmpThread(int iLength, int iBits, int iChannels, int iSampleRate);
@@ -170,7 +183,14 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     qk::Relaxed<int> m_iPaused = 0;
     qk::Relaxed<int> m_iStopRequested = 0;
     int m_iScratchLength = 32768;
-    qk::Relaxed<int> m_iTestHRTF = 0;
+    qk::Relaxed<int> m_iTestHRTF = 0;  // a conversion of the requested set is wanted
+    CAudio_Playback m_Playback;
+    CSINK_WAVE m_SinkWave;  // the recording sink
+    CSERVICE_FILTER m_FilterLowL;
+    CSERVICE_FILTER m_FilterHighL;
+    CSERVICE_FILTER m_FilterLowR;
+    CSERVICE_FILTER m_FilterHighR;
+    CHRTF_Converter m_HRTFConverter;
 
     // The last result of a block run through the message, for hosts that read it.
     static qk::Relaxed<int> s_iWinAmpResult;
@@ -180,6 +200,15 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
 
   private:
     struct WinAmpCall;
+
+    // Steps of one block under the lock; the block to hand to the device, or null when none
+    // was made.
+    float *RenderBlock(int n, int iBits, int b, int iChannels, int iSampleRate);
+    void FollowHRTFRequests();
+    // Clears the listener's block and lets each enabled virtual source add itself to it.
+    float *RenderObjects(CQUENDARIC_Object_Sink &listener, int n, int iSampleRate);
+    // Ends the one-block change pulses.
+    void FinishBlock(CQUENDARIC_Object_Sink &listener);
 
     void OnPlay(uintptr_t wParam, intptr_t lParam);
     void OnStop(uintptr_t wParam, intptr_t lParam);

@@ -5,5 +5,8 @@ namespace qkcli {
 // Each takes the arguments behind its own name and returns the program's exit code.
 int RunDemo(int argc, char **argv);
 int RunHrtf(int argc, char **argv);
+int RunRender(int argc, char **argv);
+int RunPlay(int argc, char **argv);
+int RunBench(int argc, char **argv);
 
 }  // namespace qkcli

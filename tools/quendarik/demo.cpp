@@ -1,48 +1,63 @@
-// quendarik demo: a small host driving the library through its public interface only.
-#include <chrono>
+// quendarik demo: noise circling the listener for twenty seconds, rendered with the default
+// HRTF set to demo.wav, then played live when a device can be opened.
 #include <cstdio>
-#include <thread>
+#include <cstring>
 
 #include "commands.h"
-#include "quendarik/CQKSDK.h"
-
-namespace {
-int printMessage(unsigned long, const char *text, const char *caption, int severity) {
-    std::printf("  [%s] %s\n", caption, text);
-    return severity == QK_MSG_QUESTION ? QK_ANSWER_NO : QK_ANSWER_OK;
-}
-}  // namespace
+#include "session.h"
 
 namespace qkcli {
 
-int RunDemo(int, char **) {
-    CQKSDK sdk;
-    sdk.qk_Appl_Register_On_Message(&printMessage, 0);
-    std::printf("engine started\n");
+int RunDemo(int argc, char **argv) {
+    Scene scene;
+    scene.seconds = 20.0;
+    scene.out = "demo.wav";
+    scene.sources.push_back(SceneSource{"", 0.0f, 2.0f, 0.0f});
+    scene.circleSource = 0;
+    bool live = true;
+    std::vector<std::string> rest;
+    if (!ParseScene(argc, argv, scene, &rest)) {
+        return 2;
+    }
+    for (const std::string &opt : rest) {
+        if (opt == "--no-play") {
+            live = false;
+        } else {
+            std::fprintf(stderr, "quendarik demo: unknown option '%s'\n", opt.c_str());
+            return 2;
+        }
+    }
 
-    char hrtf[1024] = {};
-    sdk.qk_HRTF_Get_Full(hrtf);
-    std::printf("default HRTF set requested: %s\n", hrtf);
-
-    int noise = 0;
-    sdk.qk_Ssrc_Add_Gauss(noise);
-    std::printf("noise source added, id %d\n", noise);
-
-    const auto start = std::chrono::steady_clock::now();
-    sdk.qkPlay();
-    std::this_thread::sleep_for(std::chrono::seconds(2));
-    sdk.qkStop();
-    const double seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-
-    int blocks = 0;
-    sdk.qk_Siml_Get_Blocks(blocks);
     std::printf(
-        "played %.2f s: the engine pulled %d blocks of noise (no listener yet, so no "
-        "sound was rendered)\n",
-        seconds, blocks);
-    std::printf("stopped\n");
-    return blocks > 0 ? 0 : 1;
+        "Rendering %.0f s of noise circling the listener (radius %.1f m, one turn every "
+        "%.0f s) to %s\n",
+        scene.seconds, scene.circleRadius, scene.circlePeriod, scene.out.c_str());
+    const long blocks = static_cast<long>(scene.seconds * HostedRender::kRate / scene.block);
+    {
+        HostedRender render(scene);
+        if (!render.Ready()) {
+            return 1;
+        }
+        for (long b = 0; b < blocks; ++b) {
+            const double t = static_cast<double>(b) * scene.block / HostedRender::kRate;
+            if (render.Block(t) < 0) {
+                std::fprintf(stderr,
+                             "\nquendarik demo: no block was made: is the default HRTF "
+                             "set in place? (make demo installs it)\n");
+                return 1;
+            }
+            Progress(t + static_cast<double>(scene.block) / HostedRender::kRate, scene.seconds);
+        }
+        render.Sdk().qk_Save_Wave_Stop();
+    }
+    std::printf("Wrote %s\n", scene.out.c_str());
+    if (live) {
+        std::printf("Playing it on the default audio device...\n");
+        if (!PlayWaveFile(scene.out)) {
+            std::printf("No audio device could be opened; the file is there to listen to.\n");
+        }
+    }
+    return 0;
 }
 
 }  // namespace qkcli

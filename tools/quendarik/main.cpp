@@ -10,7 +10,10 @@ void usage() {
     std::printf(
         "usage: quendarik COMMAND [ARGS]\n"
         "commands:\n"
-        "  demo    run a small host through the library and tell what the engine did\n"
+        "  demo    render noise circling the listener to demo.wav, then play it\n"
+        "  render  render a scene to a WAV file (quendarik render for its options)\n"
+        "  play    play a scene live on the default device\n"
+        "  bench   render with no device and tell the cost of each source\n"
         "  hrtf    make HRTF sets from SOFA files and describe them (quendarik hrtf for more)\n");
 }
 }  // namespace
@@ -23,6 +26,15 @@ int main(int argc, char **argv) {
     const std::string command = argv[1];
     if (command == "demo") {
         return qkcli::RunDemo(argc - 2, argv + 2);
+    }
+    if (command == "render") {
+        return qkcli::RunRender(argc - 2, argv + 2);
+    }
+    if (command == "play") {
+        return qkcli::RunPlay(argc - 2, argv + 2);
+    }
+    if (command == "bench") {
+        return qkcli::RunBench(argc - 2, argv + 2);
     }
     if (command == "hrtf") {
         return qkcli::RunHrtf(argc - 2, argv + 2);

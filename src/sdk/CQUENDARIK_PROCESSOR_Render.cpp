@@ -1,0 +1,185 @@
+// One block of the render path: follow the changes of settings, render every enabled virtual
+// source into the listener's block, post-process it and hand it to the recording sink, the
+// host's callback and the output device.
+#include <algorithm>
+#include <cmath>
+
+#include "sdk/CQUENDARIK_PROCESSOR.h"
+
+namespace {
+// 10^(g / 10): the law of the output gain and the limiter (not 20 dB a decade; a gain of 6
+// multiplies by about 4). The two fit together.
+float gainFactor(float fGain_dB) {
+    return std::pow(10.0f, fGain_dB / 10.0f);
+}
+}  // namespace
+
+int CQUENDARIK_PROCESSOR::_processWinAmp(int iLength, int iBits, int iChannels, int iSampleRate) {
+    // A block the buffers can't hold, or no block at all, makes nothing.
+    if (iLength < 1 || iLength > m_iScratchLength || iChannels < 1 || iSampleRate < 1) {
+        return -1;
+    }
+    const int b = iBits == 0 ? 16 : iBits;
+    float *block = nullptr;
+    {
+        std::lock_guard<qk::CEngineLock> guard(m_csEngine);
+        block = RenderBlock(iLength, iBits, b, iChannels, iSampleRate);
+        if (block == nullptr) {
+            return -1;
+        }
+    }
+    // Outside the lock, so that the device's wait doesn't hold the host out.
+    const int sink = m_Parameters.m_iAudioSink;
+    if (sink == -2) {
+        return 0;
+    }
+    m_Playback._process(sink, iChannels, b, iSampleRate, block, iLength, 0);
+    return 1;
+}
+
+float *CQUENDARIK_PROCESSOR::RenderBlock(int n, int iBits, int b, int iChannels, int iRate) {
+    CQUENDARIC_PARAMETERS &p = m_Parameters;
+    if (p.m_iSaveWave == 1 && m_SinkWave.m_iInitialized == 0) {
+        m_SinkWave._init(n, iChannels, b, iRate);
+    }
+    const int sink = p.m_iAudioSink;
+    if (sink != -2) {
+        const WAVEFORMATEX &format = m_Playback.GetFormat();
+        if (format.nSamplesPerSec != static_cast<uint32_t>(iRate) || format.wBitsPerSample != b ||
+            m_Playback.GetDevice() != sink) {
+            p.m_iWorldChanged = 1;
+        }
+    }
+    FollowHRTFRequests();
+    if (p.m_pHRTF == nullptr) {
+        return nullptr;  // retried, and reported, at every block
+    }
+    CQUENDARIC_Object_Sink *listener = GetSink();
+    if (listener == nullptr) {
+        return nullptr;
+    }
+    CheckForMaterialChanges(iRate);
+    float *block = RenderObjects(*listener, n, iRate);
+    PostProcess(block, n, iRate, iBits);
+    FinishBlock(*listener);
+    if (p.m_iSaveWave == 1 && m_SinkWave.m_iInitialized == 1) {
+        m_SinkWave._process(block, n, iChannels);
+    }
+    const OnValuesFn callback = m_pfnOnValues;
+    const unsigned long user = m_dwOnValuesUser;
+    // A zero user word silently disables the callback.
+    if (callback != nullptr && user != 0) {
+        callback(user, block, block + n, n, iBits, iChannels, iRate, p.m_fGain);
+    }
+    return block;
+}
+
+float *CQUENDARIK_PROCESSOR::RenderObjects(CQUENDARIC_Object_Sink &listener, int n, int iRate) {
+    listener._adjustDataBuffer(2 * n);
+    std::fill(listener.m_pfData.get(), listener.m_pfData.get() + 2 * n, 0.0f);
+    const int recalculate = m_Parameters.m_iWorldChanged == 1 ? 1 : 0;
+    // A listener moved through its world entry moves here.
+    if (listener.m_pClient != nullptr && (listener.m_position != listener.m_pClient->m_position ||
+                                          listener.m_lookAt != listener.m_pClient->m_lookAt)) {
+        listener.Move_LookAt(listener.m_pClient->m_position, listener.m_pClient->m_lookAt);
+    }
+    for (auto &object : m_list3DSources) {
+        if (object->m_iEnable == 0) {
+            continue;
+        }
+        object->m_pSink = &listener;
+        object->m_iRecalculate = recalculate;
+        object->_process(n, iRate);  // adds itself to the listener's block
+    }
+    return listener.m_pfData.get();
+}
+
+void CQUENDARIK_PROCESSOR::FinishBlock(CQUENDARIC_Object_Sink &listener) {
+    CQUENDARIC_PARAMETERS &p = m_Parameters;
+    listener.m_iMoved = 0;
+    p.m_iMaterialChanged = 0;
+    p.m_iHRTFChanged = 0;
+    if (p.m_iWorldChanged == 1) {
+        p.m_fGain = 0.0f;
+    }
+    p.m_iWorldChanged = 0;
+}
+
+void CQUENDARIK_PROCESSOR::FollowHRTFRequests() {
+    CQUENDARIC_PARAMETERS &p = m_Parameters;
+    if (p.HRTFRequestPending() || m_iTestHRTF == 1 || p.m_pHRTF == nullptr) {
+        // (A canceller, once there, is re-initialised here for the new set.)
+        if (m_iTestHRTF == 1) {
+            // The requested set is equalised first and its result requested instead.
+            if (m_HRTFConverter.ConvertDFE(p.GetHRTFRequest()) == 0) {
+                p.SetHRTFRequest(m_HRTFConverter.m_sOutputName);
+            }
+            m_iTestHRTF = 0;
+        }
+        p.SetHRTF();
+        p.m_iHRTFChanged = 1;
+    }
+    if (p.HRTFRequestPendingCTC() || p.m_pHRTF_CTC == nullptr) {
+        p.SetHRTF_CTC();
+    }
+}
+
+int CQUENDARIK_PROCESSOR::PostProcess(float *pfBlock, int n, int iRate, int iBits) {
+    CQUENDARIC_PARAMETERS &p = m_Parameters;
+    CrossTalk(pfBlock, n, iRate, iBits);
+    if (p.m_i3DAudio == 1 && p.m_iPostEQ == 2) {
+        // Only 2 is "on". The services design themselves anew when gain or corner change.
+        const float rate = static_cast<float>(iRate);
+        m_FilterLowL._process(pfBlock, n, p.m_fGain_LSF, p.m_fFrequency_LSF, rate);
+        m_FilterHighL._process(pfBlock, n, p.m_fGain_HSF, p.m_fFrequency_HSF, rate);
+        m_FilterLowR._process(pfBlock + n, n, p.m_fGain_LSF, p.m_fFrequency_LSF, rate);
+        m_FilterHighR._process(pfBlock + n, n, p.m_fGain_HSF, p.m_fFrequency_HSF, rate);
+    }
+    CheckAutomaticLimiter(pfBlock, n, iRate, iBits);
+    const float gain = gainFactor(p.m_fGain);
+    for (int i = 0; i < 2 * n; ++i) {
+        pfBlock[i] *= gain;
+    }
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::CrossTalk(float *, int, int, int) {
+    const CQUENDARIC_PARAMETERS &p = m_Parameters;
+    const bool speakers = p.m_iPO == 2 && p.m_i3DAudio == 1;
+    const bool plain = p.m_iCTCIfNot3DAudio == 1 && p.m_i3DAudio == 0;
+    if (!speakers && !plain) {
+        return 0;
+    }
+    // No canceller is built into this engine yet: the block goes out uncancelled, as with a
+    // canceller that has no data set.
+    return -1;
+}
+
+int CQUENDARIK_PROCESSOR::CheckAutomaticLimiter(float *pfBlock, int n, int, int iBits) {
+    const float fullScale =
+        iBits == 0 || iBits == 32 ? 1.0f : static_cast<float>(std::ldexp(1.0, iBits - 1));
+    if (m_Parameters.m_iAGC != 1) {
+        return 0;
+    }
+    const float gain = gainFactor(m_Parameters.m_fGain);
+    float peakLeft = 0.0f;
+    float peakRight = 0.0f;
+    for (int i = 0; i < n; ++i) {
+        m_pfScratch[i] = std::fabs(pfBlock[i] * gain);
+        m_pfScratch[n + i] = std::fabs(pfBlock[n + i] * gain);
+        peakLeft = std::max(peakLeft, m_pfScratch[i]);
+        peakRight = std::max(peakRight, m_pfScratch[n + i]);
+    }
+    // Turned down so that this block comes out at 0.95 of full scale; it never comes back up
+    // by itself.
+    if (peakLeft > fullScale || peakRight > fullScale) {
+        const float m = std::max(peakLeft, peakRight);
+        m_Parameters.m_fGain = m_Parameters.m_fGain - 10.0f * std::log10(m / (0.95f * fullScale));
+    }
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::CheckForMaterialChanges(int) {
+    // Materials of planes join with the room models; without them nothing can change.
+    return 0;
+}

@@ -1,0 +1,226 @@
+#include "session.h"
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+#include <unistd.h>
+
+#include "audio/CAudio_Playback.h"
+#include "audio/WaveOutDevice.h"
+#include "sources/WaveFile.h"
+
+namespace qkcli {
+namespace {
+constexpr double kPi = 3.14159265358979323846;
+// Zero-mean noise at a tenth of 16-bit full scale (rms), so that several sources and a
+// near listener stay below clipping.
+constexpr float kNoiseRms = 3276.8f;
+
+bool readFloats(char **argv, int at, int argc, int count, float *out) {
+    if (at + count > argc) {
+        return false;
+    }
+    for (int i = 0; i < count; ++i) {
+        char *end = nullptr;
+        out[i] = std::strtof(argv[at + i], &end);
+        if (end == argv[at + i] || *end != '\0') {
+            return false;
+        }
+    }
+    return true;
+}
+
+int onMessage(unsigned long, const char *text, const char *caption, int severity) {
+    std::fprintf(stderr, "\n[%s] %s\n", caption, text);
+    return severity == QK_MSG_QUESTION ? QK_ANSWER_NO : QK_ANSWER_OK;
+}
+}  // namespace
+
+bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *rest) {
+    for (int i = 0; i < argc; ++i) {
+        const std::string opt = argv[i];
+        SceneSource source;
+        float v[6];
+        if (opt == "--source" && i + 4 < argc + 0 && readFloats(argv, i + 2, argc, 3, v)) {
+            source.file = argv[i + 1];
+            source.x = v[0];
+            source.y = v[1];
+            source.z = v[2];
+            scene.sources.push_back(source);
+            i += 4;
+        } else if (opt == "--noise" && readFloats(argv, i + 1, argc, 3, v)) {
+            source.x = v[0];
+            source.y = v[1];
+            source.z = v[2];
+            scene.sources.push_back(source);
+            i += 3;
+        } else if (opt == "--listener" && readFloats(argv, i + 1, argc, 6, scene.listener)) {
+            i += 6;
+        } else if (opt == "--seconds" && readFloats(argv, i + 1, argc, 1, v) && v[0] > 0) {
+            scene.seconds = v[0];
+            i += 1;
+        } else if (opt == "--block" && readFloats(argv, i + 1, argc, 1, v) && v[0] >= 16 &&
+                   v[0] <= 32768) {
+            scene.block = static_cast<int>(v[0]);
+            i += 1;
+        } else if (opt == "--out" && i + 1 < argc) {
+            scene.out = argv[++i];
+        } else if (opt == "--hrtf" && i + 1 < argc) {
+            scene.hrtf = argv[++i];
+        } else if (rest != nullptr) {
+            rest->push_back(opt);
+        } else {
+            std::fprintf(stderr, "quendarik: unknown or incomplete option '%s'\n", opt.c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
+HostedRender::HostedRender(const Scene &scene) : m_scene(scene) {
+    m_sdk.qk_Appl_Register_On_Message(&onMessage, 0);
+    m_sdk.qk_Asnk_Set(-2);    // no device: blocks come as fast as they are made
+    m_sdk.qk_Siml_Set_PO(1);  // headphones: no cross-talk cancellation
+    if (!scene.hrtf.empty()) {
+        m_sdk.qk_HRTF_Set_Full(scene.hrtf.c_str());
+    }
+    m_sdk.qk_Vrcv_Add(m_iListener);
+    const float *l = scene.listener;
+    m_sdk.qk_Vrcv_Set_Position_LookAt(m_iListener, l[0], l[1], l[2], l[3], l[4], l[5]);
+    for (const SceneSource &source : scene.sources) {
+        int sound = 0;
+        if (scene.shareSound && !m_soundIds.empty()) {
+            sound = m_soundIds.front();
+        } else if (source.file.empty()) {
+            m_sdk.qk_Ssrc_Add_WMP(sound);
+        } else if (m_sdk.qk_Ssrc_Add_File(sound, source.file.c_str()) != 0) {
+            std::fprintf(stderr, "quendarik: can't use %s\n", source.file.c_str());
+            return;
+        }
+        int object = 0;
+        m_sdk.qk_Vsrc_Add(object, sound, 0, source.x, source.y, source.z, "source");
+        m_soundIds.push_back(sound);
+        m_objectIds.push_back(object);
+    }
+    if (m_soundIds.empty()) {
+        std::fprintf(stderr, "quendarik: the scene has no source (--source or --noise)\n");
+        return;
+    }
+    // Two seconds of zero-mean Gaussian noise, read round and round.
+    std::mt19937 rng(1973);
+    std::normal_distribution<float> normal(0.0f, kNoiseRms);
+    m_noiseTable.resize(2 * kRate);
+    for (float &v : m_noiseTable) {
+        v = normal(rng);
+    }
+    m_noise.resize(static_cast<size_t>(scene.block));
+    if (!scene.out.empty()) {
+        m_sdk.qk_Save_Wave_Start(scene.out);
+    }
+    m_bReady = true;
+}
+
+void HostedRender::FillNoise() {
+    for (float &v : m_noise) {
+        v = m_noiseTable[m_noiseAt];
+        m_noiseAt = m_noiseAt + 1 < m_noiseTable.size() ? m_noiseAt + 1 : 0;
+    }
+}
+
+int HostedRender::Block(double t) {
+    const int n = m_scene.block;
+    FillNoise();
+    for (size_t i = 0; i < m_soundIds.size(); ++i) {
+        if (i > 0 && m_soundIds[i] == m_soundIds[0]) {
+            continue;  // a shared sound is fed once
+        }
+        if (m_scene.sources[i].file.empty()) {
+            m_sdk.qk_Ssrc_Gen_Samples_1P(m_soundIds[i], m_noise.data(), n, 16, 1, kRate);
+        } else {
+            m_sdk.qk_Ssrc_Gen_Samples_1P(m_soundIds[i], nullptr, n, 16, 2, kRate);
+        }
+    }
+    if (m_scene.circleSource >= 0 &&
+        static_cast<size_t>(m_scene.circleSource) < m_objectIds.size()) {
+        // Anticlockwise seen from above, starting straight ahead (+y).
+        const double angle = 2.0 * kPi * t / m_scene.circlePeriod;
+        const float x = -m_scene.circleRadius * static_cast<float>(std::sin(angle));
+        const float y = m_scene.circleRadius * static_cast<float>(std::cos(angle));
+        m_sdk.qk_Vsrc_Set_Position(m_objectIds[static_cast<size_t>(m_scene.circleSource)],
+                                   m_scene.listener[0] + x, m_scene.listener[1] + y,
+                                   m_scene.listener[2]);
+    }
+    return m_sdk.qk_Siml_Process_WinAmp(n, 16, 2, kRate);
+}
+
+const float *HostedRender::Output() {
+    float *data = nullptr;
+    m_sdk.qk_Vrcv_Get_Data(m_iListener, data);
+    return data;
+}
+
+bool PlayWaveFile(const std::string &path) {
+    HMMIO hmmio = nullptr;
+    WAVEFORMATEX *format = nullptr;
+    MMCKINFO riff{};
+    MMCKINFO data{};
+    if (WaveOpenFile(path.c_str(), &hmmio, &format, &riff) != 0) {
+        return false;
+    }
+    const WaveOutFormat wanted{format->nChannels, static_cast<int>(format->nSamplesPerSec),
+                               format->wBitsPerSample};
+    // Only try the ring when the default device opens at all.
+    auto probe = CWaveOutDevice::Create(-1);
+    if (probe == nullptr || probe->Open(wanted, [](int) {}) != 0 ||
+        WaveStartDataRead(&hmmio, &data, &riff) != 0) {
+        WaveCloseReadFile(&hmmio, &format);
+        return false;
+    }
+    probe->Close();
+    CAudio_Playback playback;
+    const int frames = 4096;
+    std::vector<uint8_t> bytes(static_cast<size_t>(frames) * format->nBlockAlign);
+    uint32_t got = 0;
+    double played = 0.0;
+    const double total = static_cast<double>(data.cksize) / format->nAvgBytesPerSec;
+    while (WaveReadFile(hmmio, static_cast<uint32_t>(bytes.size()), bytes.data(), &data, &got) ==
+               0 &&
+           got > 0) {
+        const int n = static_cast<int>(got / format->nBlockAlign);
+        playback._process(-1, format->nChannels, format->wBitsPerSample,
+                          static_cast<int>(format->nSamplesPerSec), bytes.data(), n, 1);
+        played += static_cast<double>(n) / format->nSamplesPerSec;
+        Progress(played, total);
+    }
+    // The last buffers in the ring sound out before the device closes.
+    std::this_thread::sleep_for(std::chrono::duration<double>(
+        static_cast<double>(CAudio_Playback::kBuffers) * frames / format->nSamplesPerSec));
+    playback._quit();
+    WaveCloseReadFile(&hmmio, &format);
+    return true;
+}
+
+void Progress(double done, double total) {
+    const int width = 40;
+    const double share = total > 0 ? std::min(1.0, done / total) : 1.0;
+    const int percent = static_cast<int>(share * 100.0);
+    // Redrawn once a percent; into a log (no terminal) only the finished bar is written.
+    static int s_lastPercent = -1;
+    if (percent == s_lastPercent || (!isatty(2) && percent < 100)) {
+        return;
+    }
+    s_lastPercent = percent >= 100 ? -1 : percent;
+    const int filled = static_cast<int>(share * width);
+    std::fprintf(stderr, "\r  [%s%s] %5.1f / %.1f s",
+                 std::string(static_cast<size_t>(filled), '#').c_str(),
+                 std::string(static_cast<size_t>(width - filled), '.').c_str(), done, total);
+    if (percent >= 100) {
+        std::fprintf(stderr, "\n");
+    }
+    std::fflush(stderr);
+}
+
+}  // namespace qkcli

@@ -1,0 +1,74 @@
+// A scene described on the command line, and its rendering through the library's public
+// interface: the hosted road, where the program feeds the sources and asks for each block.
+#pragma once
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "quendarik/CQKSDK.h"
+
+namespace qkcli {
+
+struct SceneSource {
+    std::string file;  // a WAV file; empty: noise made by the program
+    float x = 0.0f;
+    float y = 1.0f;
+    float z = 0.0f;
+};
+
+struct Scene {
+    std::vector<SceneSource> sources;
+    float listener[6] = {0.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f};  // position, then look-at point
+    double seconds = 10.0;
+    int block = 1024;       // frames
+    std::string out;        // WAV file to write; empty: none
+    std::string hrtf;       // HRTF set; empty: the default set
+    int circleSource = -1;  // this source circles the listener, once every circlePeriod s
+    double circlePeriod = 5.0;
+    float circleRadius = 2.0f;
+    bool shareSound = false;  // every virtual source plays the first source's sound
+};
+
+// Parses the scene options shared by render, play and bench; false (with a message) on an
+// unknown or incomplete option. Options: --source FILE X Y Z, --noise X Y Z,
+// --listener X Y Z LX LY LZ, --seconds S, --block N, --out FILE, --hrtf FILE.
+bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *rest = nullptr);
+
+// The library set up for a scene: a listener, one sound source and one virtual source per
+// scene source, no output device.
+class HostedRender {
+  public:
+    static constexpr int kRate = 44100;
+
+    explicit HostedRender(const Scene &scene);
+    // False, with a message, when the scene can't be rendered.
+    bool Ready() const { return m_bReady; }
+    // Feeds the sources, moves a circling source to time t (s) and makes one block. Returns
+    // the library's result (0: a block was made).
+    int Block(double t);
+    // The listener's last block: n left floats, then n right, in 16-bit scale.
+    const float *Output();
+    CQKSDK &Sdk() { return m_sdk; }
+
+  private:
+    void FillNoise();
+
+    CQKSDK m_sdk;
+    Scene m_scene;
+    int m_iListener = 0;
+    std::vector<int> m_soundIds;
+    std::vector<int> m_objectIds;
+    std::vector<float> m_noiseTable;  // made once; blocks are read from it at a moving place
+    std::vector<float> m_noise;
+    size_t m_noiseAt = 0;
+    bool m_bReady = false;
+};
+
+// Plays a WAV file on the default device; false when no device could be opened.
+bool PlayWaveFile(const std::string &path);
+
+// Draws a progress bar on standard error.
+void Progress(double done, double total);
+
+}  // namespace qkcli
