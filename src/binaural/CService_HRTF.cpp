@@ -4,24 +4,10 @@
 #include <vector>
 
 #include "binaural/CHELPER_HRTF.h"
+#include "dsp/IppBuffer.h"
 #include "platform/Archive.h"
 
 QK_IMPLEMENT_SERIAL(CService_HRTF)
-
-namespace {
-void freeArray(float *&pf) {
-    ippsFree(pf);
-    pf = nullptr;
-}
-
-float *copyArray(const float *pfSource, int iLength) {
-    float *pf = ippsMalloc_32f(iLength);
-    if (pf != nullptr) {
-        std::memcpy(pf, pfSource, sizeof(float) * static_cast<size_t>(iLength));
-    }
-    return pf;
-}
-}  // namespace
 
 CService_HRTF::CService_HRTF() {
     m_strName = "HRTF";
@@ -29,8 +15,8 @@ CService_HRTF::CService_HRTF() {
 
 CService_HRTF::~CService_HRTF() {
     FreeFIR();
-    freeArray(m_pfLeft);
-    freeArray(m_pfRight);
+    FreeIppArray(m_pfLeft);
+    FreeIppArray(m_pfRight);
 }
 
 int CService_HRTF::InitializeHelperHRTF(int iSampleRate) {
@@ -45,10 +31,10 @@ int CService_HRTF::InitializeHelperHRTF(int iSampleRate) {
 }
 
 void CService_HRTF::CopyResponse(const float *pfLeft, const float *pfRight, int iLength) {
-    freeArray(m_pfLeft);
-    freeArray(m_pfRight);
-    m_pfLeft = copyArray(pfLeft, iLength);
-    m_pfRight = copyArray(pfRight, iLength);
+    FreeIppArray(m_pfLeft);
+    FreeIppArray(m_pfRight);
+    m_pfLeft = CopyIppArray(pfLeft, iLength);
+    m_pfRight = CopyIppArray(pfRight, iLength);
 }
 
 int CService_HRTF::InitializeExternal(const float *pfLeft, const float *pfRight, int iLength) {
@@ -133,8 +119,8 @@ int CService_HRTF::ReInitialize(int iAzimuth, int iElevation, int iSampleRate) {
     } else {
         // The set has replaced the arrays by silence; the filter in use keeps sounding from
         // its own spectra or FIR states, and the next _init asks the set again.
-        freeArray(m_pfLeft);
-        freeArray(m_pfRight);
+        FreeIppArray(m_pfLeft);
+        FreeIppArray(m_pfRight);
         m_iLength = 0;
         m_iNewLength = 0;
     }
@@ -211,8 +197,8 @@ int CService_HRTF::_quit() {
         FreeFIR();
     }
     m_iLength = 0;
-    freeArray(m_pfLeft);
-    freeArray(m_pfRight);
+    FreeIppArray(m_pfLeft);
+    FreeIppArray(m_pfRight);
     m_pfData.Reset();
     m_iDataLength = 0;
     m_Overlap._quit();

@@ -53,3 +53,18 @@ class CIppBuffer {
     float *m_pData = nullptr;
     int m_iLength = 0;
 };
+
+// For the float *& arrays handed between objects: frees one from ippsMalloc_32f and nulls it.
+inline void FreeIppArray(float *&pf) {
+    ippsFree(pf);
+    pf = nullptr;
+}
+
+// A new ippsMalloc_32f copy of iLength floats (null for iLength < 1).
+inline float *CopyIppArray(const float *pfSource, int iLength) {
+    float *pf = ippsMalloc_32f(iLength);
+    if (pf != nullptr) {
+        std::memcpy(pf, pfSource, sizeof(float) * static_cast<size_t>(iLength));
+    }
+    return pf;
+}

@@ -124,4 +124,15 @@ class CArchive {
     Mode m_mode;
 };
 
+// The version word every serialisable class writes after its base: 1.0 when storing; read
+// and ignored when loading.
+inline void SerializeVersion(CArchive &ar) {
+    if (ar.IsStoring()) {
+        ar << 1.0f;
+    } else {
+        float version = 0.0f;
+        ar >> version;
+    }
+}
+
 }  // namespace qk

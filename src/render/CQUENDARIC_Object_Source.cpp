@@ -20,18 +20,6 @@ int truncDegrees(float fDegrees) {
     return static_cast<int>(std::fmax(std::fmin(fDegrees, 1e6f), -1e6f));
 }
 
-void freeArray(float *&pf) {
-    ippsFree(pf);
-    pf = nullptr;
-}
-
-float *copyArray(const float *pfSource, int iLength) {
-    float *pf = ippsMalloc_32f(iLength);
-    if (pf != nullptr) {
-        std::memcpy(pf, pfSource, sizeof(float) * static_cast<size_t>(iLength));
-    }
-    return pf;
-}
 }  // namespace
 
 CQUENDARIC_Object_Source::~CQUENDARIC_Object_Source() {
@@ -183,13 +171,13 @@ void CQUENDARIC_Object_Source::Move_LookAt(C3Point position, C3Point lookAt) {
 
 void CQUENDARIC_Object_Source::ClearMonaural() {
     m_iMonoIRLength = 0;
-    freeArray(m_pfMonoIR);
+    FreeIppArray(m_pfMonoIR);
 }
 
 void CQUENDARIC_Object_Source::ClearBinaural() {
     m_iBIRLength = 0;
-    freeArray(m_pfBIRLeft);
-    freeArray(m_pfBIRRight);
+    FreeIppArray(m_pfBIRLeft);
+    FreeIppArray(m_pfBIRRight);
 }
 
 void CQUENDARIC_Object_Source::InitializeHRTFVariables() {
@@ -216,8 +204,8 @@ void CQUENDARIC_Object_Source::ReInitializeHRTF(int iRate) {
     m_HRTF.ReInitialize(iAzimuth, iElevation, iRate);
     ClearBinaural();
     if (m_HRTF.m_iNewLength != 0 && m_HRTF.m_pfLeft != nullptr && m_HRTF.m_pfRight != nullptr) {
-        m_pfBIRLeft = copyArray(m_HRTF.m_pfLeft, m_HRTF.m_iNewLength);
-        m_pfBIRRight = copyArray(m_HRTF.m_pfRight, m_HRTF.m_iNewLength);
+        m_pfBIRLeft = CopyIppArray(m_HRTF.m_pfLeft, m_HRTF.m_iNewLength);
+        m_pfBIRRight = CopyIppArray(m_HRTF.m_pfRight, m_HRTF.m_iNewLength);
         m_iBIRLength = m_pfBIRLeft != nullptr && m_pfBIRRight != nullptr ? m_HRTF.m_iNewLength : 0;
     }
 }

@@ -57,12 +57,7 @@ CQUENDARIC_Object_Source_Sound::~CQUENDARIC_Object_Source_Sound() {
 
 void CQUENDARIC_Object_Source_Sound::Serialize(qk::CArchive &ar) {
     CQUENDARIC_Object_Source::Serialize(ar);
-    if (ar.IsStoring()) {
-        ar << 1.0f;
-    } else {
-        float fVersion = 0.0f;
-        ar >> fVersion;
-    }
+    qk::SerializeVersion(ar);
 }
 
 void CQUENDARIC_Object_Source_Sound::Initialize(int iBlock, int iRate, int iBits) {

@@ -30,12 +30,7 @@ CSOURCE::~CSOURCE() {
 
 void CSOURCE::Serialize(qk::CArchive &ar) {
     CSSS::Serialize(ar);
-    if (ar.IsStoring()) {
-        ar << 1.0f;
-    } else {
-        float version = 0.0f;
-        ar >> version;
-    }
+    qk::SerializeVersion(ar);
 }
 
 int CSOURCE::_process_1P(void *, int, int, int, int) {

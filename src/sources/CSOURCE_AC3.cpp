@@ -9,10 +9,5 @@ CSOURCE_AC3::CSOURCE_AC3() {
 
 void CSOURCE_AC3::Serialize(qk::CArchive &ar) {
     CSOURCE_FILE::Serialize(ar);
-    if (ar.IsStoring()) {
-        ar << 1.0f;
-    } else {
-        float version = 0.0f;
-        ar >> version;
-    }
+    qk::SerializeVersion(ar);
 }

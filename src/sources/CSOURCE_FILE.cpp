@@ -4,12 +4,7 @@ QK_IMPLEMENT_SERIAL(CSOURCE_FILE)
 
 void CSOURCE_FILE::Serialize(qk::CArchive &ar) {
     CSOURCE::Serialize(ar);
-    if (ar.IsStoring()) {
-        ar << 1.0f;
-    } else {
-        float version = 0.0f;
-        ar >> version;
-    }
+    qk::SerializeVersion(ar);
 }
 
 void CSOURCE_FILE::GetFileInfo(char *, char *, int *) {}

@@ -13,12 +13,7 @@ constexpr int kMaxChannels = 8;
 
 void serializeVersion(CSOURCE &source, qk::CArchive &ar) {
     source.CSOURCE::Serialize(ar);
-    if (ar.IsStoring()) {
-        ar << 1.0f;
-    } else {
-        float version = 0.0f;
-        ar >> version;
-    }
+    qk::SerializeVersion(ar);
 }
 
 // The fixed buffer of the float sources: m_iBufferLength frames a channel, made once.
@@ -33,6 +28,17 @@ bool fixedBufferReady(CSOURCE &source, int iLength, int iChannels) {
     }
     // A later block with more channels than the first gets no room of its own.
     return source.m_pfData.size() >= iLength * iChannels;
+}
+
+// Interleaved frames to the planar block, channel k from element k * iLength.
+template <typename Sample>
+void deinterleave(const Sample *pIn, float *pOut, int iLength, int iChannels) {
+    for (int k = 0; k < iChannels; ++k) {
+        float *plane = pOut + k * iLength;
+        for (int n = 0; n < iLength; ++n) {
+            plane[n] = static_cast<float>(pIn[iChannels * n + k]);
+        }
+    }
 }
 
 void splitIfAsked(CSOURCE &source, int iLength, int iSampleRate, int iChannels) {
@@ -62,13 +68,7 @@ int CSOURCE_WINAMP::_process_1P(void *pData, int iLength, int, int iChannels, in
     }
     m_iSource_Channels = iChannels;
     _adjustDataBuffer(iChannels * iLength);
-    const auto *samples = static_cast<const int16_t *>(pData);
-    for (int k = 0; k < iChannels; ++k) {
-        float *plane = m_pfData + k * iLength;
-        for (int n = 0; n < iLength; ++n) {
-            plane[n] = samples[iChannels * n + k];
-        }
-    }
+    deinterleave(static_cast<const int16_t *>(pData), m_pfData, iLength, iChannels);
     splitIfAsked(*this, iLength, iSampleRate, iChannels);
     return iLength;
 }
@@ -78,13 +78,7 @@ int CSOURCE_DXi2::_process_1P(void *pData, int iLength, int, int iChannels, int 
         return -1;
     }
     m_iSource_Channels = iChannels;
-    const auto *samples = static_cast<const float *>(pData);
-    for (int k = 0; k < iChannels; ++k) {
-        float *plane = m_pfData + k * iLength;
-        for (int n = 0; n < iLength; ++n) {
-            plane[n] = samples[iChannels * n + k];
-        }
-    }
+    deinterleave(static_cast<const float *>(pData), m_pfData, iLength, iChannels);
     splitIfAsked(*this, iLength, iSampleRate, iChannels);
     return iLength;
 }

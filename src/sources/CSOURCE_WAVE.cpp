@@ -23,12 +23,7 @@ CSOURCE_WAVE::~CSOURCE_WAVE() {
 
 void CSOURCE_WAVE::Serialize(qk::CArchive &ar) {
     CSOURCE_FILE::Serialize(ar);
-    if (ar.IsStoring()) {
-        ar << 1.0f;
-    } else {
-        float version = 0.0f;
-        ar >> version;
-    }
+    qk::SerializeVersion(ar);
 }
 
 void CSOURCE_WAVE::Fail(const char *pcWhat) {

@@ -144,10 +144,5 @@ void C3Point::Spherical2Cartesian() {
 
 void C3Point::Serialize(qk::CArchive &ar) {
     qk::CObject::Serialize(ar);
-    if (ar.IsStoring()) {
-        ar << 1.0f;
-    } else {
-        float fVersion = 0.0f;
-        ar >> fVersion;
-    }
+    qk::SerializeVersion(ar);
 }

@@ -250,10 +250,5 @@ void CPolygon::AppendRun(const C3Point &p) {
 
 void CPolygon::Serialize(qk::CArchive &ar) {
     qk::CObject::Serialize(ar);
-    if (ar.IsStoring()) {
-        ar << 1.0f;
-    } else {
-        float fVersion = 0.0f;
-        ar >> fVersion;
-    }
+    qk::SerializeVersion(ar);
 }
