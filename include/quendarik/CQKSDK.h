@@ -62,8 +62,6 @@ class CQKSDK {
     int qk_Enter_CS();
     int qk_Leave_CS();
     int qk_Dlg_Settings(int iArg);
-    int qk_File_Open(const char *pcPath, qk::CObject *pExtra);
-    int qk_File_Save(const char *pcPath, qk::CObject *pExtra);
 
     // Appl
     int qk_Appl_Get(char *&pcBuffer);
@@ -73,20 +71,12 @@ class CQKSDK {
     // Installs the handler of reported texts (null: back to standard error). Process-wide.
     int qk_Appl_Register_On_Message(QK_ON_MESSAGE pfnCallback, unsigned long ulUser);
 
-    // Wrld
-    int qk_Wrld_None();
-    int qk_Wrld_Preset(int iPreset);
-    int qk_Wrld_ShoeBox(float a, float b, float c);
-    int qk_Wrld_Trapezium(float a, float b, float c, float d);
-    int qk_Wrld_Import(const char *pcPath);
-    int qk_Wrld_Set_File_Full(const char *pcPath);
+    // Wrld: the world the models read. (Rooms, world files and project files come with the
+    // room models; until then sound is rendered as in free field.)
     int qk_Wrld_Get_File_Full(char *pcBuffer);
-    int qk_Wrld_Set_File(const char *pcName);
     int qk_Wrld_Get_File(char *pcBuffer);
     int qk_Wrld_Get(void *&pWorld);
     int qk_Wrld_Get_Model(int &iModel);
-    int qk_Wrld_ReInitialize();
-    int qk_Wrld_Generate_Default(const char *pcName);
 
     // Ssrc: sound sources
     int qk_Ssrc_Add_Gauss(int &iID);
@@ -97,7 +87,6 @@ class CQKSDK {
     int qk_Ssrc_Add_VST(int &iID);
     int qk_Ssrc_Add_DXi2(int &iID);
     int qk_Ssrc_Add_WMP(int &iID);
-    int qk_Ssrc_Add_SoundCard(int &iID, int iDevice);
     int qk_Ssrc_Gen_Samples_1P(int iID, void *pData, int iLength, int iBits, int iChannels,
                                int iSampleRate);
     int qk_Ssrc_Gen_Samples_2P(int iID, void **ppData, int iLength, int iBits, int iChannels,
@@ -201,7 +190,6 @@ class CQKSDK {
     int qk_SFM_Get_Material_Coeffs(int &iCount);
     int qk_SFM_Get_DirPreComputedWav(std::string &strDir);
     int qk_SFM_Set_DirPreComputedWav(const char *pcDir);
-    int qk_SFM_PreComputeWav();
 
     // Save_Wave: recording of the output
     int qk_Save_Wave_Start(std::string strName);

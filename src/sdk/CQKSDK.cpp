@@ -333,3 +333,25 @@ int CQKSDK::qk_Save_Wave_Stop() {
     m_pProcessor->m_SinkWave._quit();
     return 0;
 }
+
+int CQKSDK::qk_Wrld_Get_File_Full(char *pcBuffer) {
+    std::lock_guard<std::recursive_mutex> guard(m_pProcessor->m_Parameters.m_csStrings);
+    copyOut(pcBuffer, m_pProcessor->m_Parameters.m_strWorldFile);
+    return 0;
+}
+
+int CQKSDK::qk_Wrld_Get_File(char *pcBuffer) {
+    std::lock_guard<std::recursive_mutex> guard(m_pProcessor->m_Parameters.m_csStrings);
+    copyOut(pcBuffer, qk::FileNamePart(m_pProcessor->m_Parameters.m_strWorldFile));
+    return 0;
+}
+
+int CQKSDK::qk_Wrld_Get(void *&pWorld) {
+    pWorld = &m_pProcessor->m_Parameters.m_World;
+    return 0;
+}
+
+int CQKSDK::qk_Wrld_Get_Model(int &iModel) {
+    iModel = m_pProcessor->m_Parameters.m_iWorldModel;
+    return 0;
+}
