@@ -8,9 +8,7 @@
 #include "binaural/CHELPER_HRTF.h"
 #include "support/HrtfSets.h"
 
-using qktest::Code;
 using qktest::MakeSet;
-using qktest::ReportCatcher;
 
 namespace {
 struct Pair {
@@ -36,91 +34,6 @@ std::unique_ptr<CHELPER_HRTF> twoDirections() {
     return set;
 }
 }  // namespace
-
-TEST(CHELPER_HRTF_Synthesis, ReflectionsAddAtTheirDelaysWithTheirGains) {
-    auto set = twoDirections();
-    const float az[] = {0.0f, 90.0f, 0.0f};
-    const float el[] = {0.0f, 0.0f, 0.0f};
-    const float delays[] = {0.0f, 5.9f, 2.0f};  // 5.9 ms truncates to sample 5
-    const float gains[] = {1.0f, 0.5f, -2.0f};
-    Pair p;
-    ASSERT_EQ(set->GetHRTF(p.left, p.right, p.length, az, el, delays, gains, nullptr, nullptr, 3, 0,
-                           1000),
-              1);
-    ASSERT_EQ(p.length, 5 + 4);  // trunc(5.9) + taps
-    std::vector<float> left(9, 0.0f), right(9, 0.0f);
-    for (int k = 0; k < 4; ++k) {
-        left[k] += Code(0, k);
-        right[k] += Code(1, k);
-        left[5 + k] += 0.5f * Code(2, k);
-        right[5 + k] += 0.5f * Code(3, k);
-        left[2 + k] += -2.0f * Code(0, k);
-        right[2 + k] += -2.0f * Code(1, k);
-    }
-    for (int k = 0; k < 9; ++k) {
-        EXPECT_FLOAT_EQ(p.left[k], left[k]) << k;
-        EXPECT_FLOAT_EQ(p.right[k], right[k]) << k;
-    }
-}
-
-TEST(CHELPER_HRTF_Synthesis, PowerOfTwoRaisesTheLength) {
-    auto set = twoDirections();
-    const float az[] = {0.0f}, el[] = {0.0f}, delays[] = {4.0f}, gains[] = {1.0f};
-    Pair p;
-    set->GetHRTF(p.left, p.right, p.length, az, el, delays, gains, nullptr, nullptr, 1, 1, 1000);
-    EXPECT_EQ(p.length, 8);  // 4 + 4 is a power of two already
-    const float later[] = {5.0f};
-    set->GetHRTF(p.left, p.right, p.length, az, el, later, gains, nullptr, nullptr, 1, 1, 1000);
-    EXPECT_EQ(p.length, 16);
-    EXPECT_EQ(p.left[9], 0.0f);
-    EXPECT_EQ(p.left[15], 0.0f);
-}
-
-TEST(CHELPER_HRTF_Synthesis, ReflectionsWithoutMeasurementAreSkipped) {
-    ReportCatcher catcher;
-    auto set = twoDirections();
-    const float az[] = {45.0f, 0.0f}, el[] = {0.0f, 0.0f};
-    const float delays[] = {3.0f, 0.0f}, gains[] = {1.0f, 1.0f};
-    Pair p;
-    ASSERT_EQ(set->GetHRTF(p.left, p.right, p.length, az, el, delays, gains, nullptr, nullptr, 2, 0,
-                           1000),
-              1);
-    ASSERT_EQ(p.length, 7);  // the skipped reflection's delay still sizes the response
-    EXPECT_EQ(p.left[0], Code(0, 0));
-    EXPECT_EQ(p.left[4], 0.0f);
-    EXPECT_EQ(catcher.texts.size(), 1u);
-}
-
-TEST(CHELPER_HRTF_Synthesis, PathsBecomeDelaysAtTheSpeedOfSoundWithGainOne) {
-    auto set = twoDirections();
-    const float az[] = {90.0f}, el[] = {0.0f}, paths[] = {3.43f};  // 10 ms
-    Pair p;
-    ASSERT_EQ(set->GetHRTFForPaths(p.left, p.right, p.length, az, el, paths, 1, 0, 1000), 1);
-    ASSERT_EQ(p.length, 14);
-    EXPECT_EQ(p.left[9], 0.0f);
-    for (int k = 0; k < 4; ++k) {
-        EXPECT_EQ(p.left[10 + k], Code(2, k));
-        EXPECT_EQ(p.right[10 + k], Code(3, k));
-    }
-}
-
-TEST(CHELPER_HRTF_Synthesis, AbsurdDelaysAndEmptyListsStaySafe) {
-    auto set = twoDirections();
-    const float az[] = {0.0f, 0.0f, 0.0f}, el[] = {0.0f, 0.0f, 0.0f};
-    const float delays[] = {NAN, -5.0f, 1e12f}, gains[] = {1.0f, 1.0f, 1.0f};
-    Pair p;
-    ASSERT_EQ(set->GetHRTF(p.left, p.right, p.length, az, el, delays, gains, nullptr, nullptr, 3, 0,
-                           1000),
-              1);
-    // Only the negative delay, taken as 0, contributes; the others are left out.
-    ASSERT_EQ(p.length, 4);
-    EXPECT_EQ(p.left[1], Code(0, 1));
-    ASSERT_EQ(set->GetHRTF(p.left, p.right, p.length, nullptr, nullptr, nullptr, nullptr, nullptr,
-                           nullptr, 5, 0, 1000),
-              1);
-    EXPECT_EQ(p.length, 4);
-    EXPECT_EQ(p.left[0], 0.0f);
-}
 
 namespace {
 // Direct convolution in double precision, as the reference for the filtered reflections.
@@ -171,35 +84,4 @@ TEST(CHELPER_HRTF_Synthesis, EachReflectionIsConvolvedWithItsOwnFilter) {
         EXPECT_NEAR(p.left[k], left[static_cast<size_t>(k)], kTolerance) << k;
         EXPECT_NEAR(p.right[k], right[static_cast<size_t>(k)], kTolerance) << k;
     }
-}
-
-TEST(CHELPER_HRTF_Synthesis, ASkippedReflectionLeavesItsFilterToTheNext) {
-    ReportCatcher catcher;
-    auto set = twoDirections();
-    // Reflection 0 has no measurement; reflection 1 then reads filter 0's coefficients.
-    const float coefs[] = {2.0f, 0.0f, /* filter 1: */ 0.0f, 0.0f, 5.0f};
-    const int lengths[] = {2, 3};
-    const float az[] = {45.0f, 0.0f}, el[] = {0.0f, 0.0f};
-    const float delays[] = {0.0f, 0.0f}, gains[] = {1.0f, 1.0f};
-    Pair p;
-    ASSERT_EQ(
-        set->GetHRTF(p.left, p.right, p.length, az, el, delays, gains, coefs, lengths, 2, 0, 1000),
-        1);
-    for (int k = 0; k < 4; ++k) {
-        EXPECT_FLOAT_EQ(p.left[k], 2.0f * Code(0, k)) << k;  // filter {2, 0}, not {0, 0, 5}
-    }
-    EXPECT_EQ(p.left[4], 0.0f);
-}
-
-TEST(CHELPER_HRTF_Synthesis, ZeroLengthFiltersLeaveTheirReflectionUnfiltered) {
-    auto set = twoDirections();
-    const float coefs[] = {3.0f};
-    const int lengths[] = {0, 1};
-    const float az[] = {0.0f, 90.0f}, el[] = {0.0f, 0.0f};
-    const float delays[] = {0.0f, 4.0f}, gains[] = {1.0f, 1.0f};
-    Pair p;
-    set->GetHRTF(p.left, p.right, p.length, az, el, delays, gains, coefs, lengths, 2, 0, 1000);
-    ASSERT_EQ(p.length, 4 + 1 + 4);
-    EXPECT_EQ(p.left[1], Code(0, 1));
-    EXPECT_FLOAT_EQ(p.left[5], 3.0f * Code(2, 1));
 }

@@ -111,38 +111,6 @@ TEST_P(HrtfService, RendersTheDirectionAndCrossFadesOneBlockOnAChange) {
     }
 }
 
-// A direction the set doesn't measure keeps the filter that sounds.
-TEST_P(HrtfService, UnmeasuredDirectionKeepsTheFilterInUse) {
-    qktest::ReportCatcher reports;
-    ASSERT_EQ(service._init(kBlock, kRate), 0);
-    block(0);
-    EXPECT_EQ(service.ReInitialize(45, 10, kRate), 0);
-    EXPECT_EQ(service.m_bReInitialize, 0);
-    const std::vector<float> out = block(1);
-    for (int j = 0; j < kBlock; ++j) {
-        ASSERT_NEAR(out[static_cast<size_t>(j)], convolveAt(x, slot(0), kBlock + j), kTolerance);
-    }
-    EXPECT_FALSE(reports.texts.empty());
-}
-
-// After _quit and _init the history of the running convolution is still there; ClearHistory
-// is what silences it.
-TEST_P(HrtfService, QuitKeepsTheRunningConvolutionAndClearHistoryEndsIt) {
-    ASSERT_EQ(service._init(kBlock, kRate), 0);
-    block(0);
-    service._quit();
-    EXPECT_EQ(service.m_iLength, 0);
-    EXPECT_EQ(service.m_pfLeft, nullptr);
-    EXPECT_EQ(service.m_pfData.get(), nullptr);
-    ASSERT_EQ(service._init(kBlock, kRate), 0);
-    service.ClearHistory();
-    const std::vector<float> out = block(1);
-    for (int j = 0; j < kBlock; ++j) {
-        ASSERT_NEAR(out[static_cast<size_t>(j)], convolveAt(x, slot(0), kBlock + j, kBlock),
-                    kTolerance);
-    }
-}
-
 INSTANTIATE_TEST_SUITE_P(Methods, HrtfService, testing::Values("OVERLAP", "FIR"));
 
 TEST(CService_HRTF, FailuresWithoutSetOrMeasurement) {
@@ -157,49 +125,10 @@ TEST(CService_HRTF, FailuresWithoutSetOrMeasurement) {
     service.m_pHelper = set.get();
     service.m_iAzimuth = 45;
     EXPECT_EQ(service._init(kBlock, kRate), -1);
-    EXPECT_EQ(service.m_strStatus, "CANNOT_READ_DATA_FROM_HELPER");
-    EXPECT_EQ(service.m_iState, 0);
     // Nothing is in use: the block is silent.
     EXPECT_EQ(service._process(in.data(), kBlock, 0), 0);
     EXPECT_TRUE(std::all_of(service.m_pfData.get(), service.m_pfData.get() + 2 * kBlock,
                             [](float f) { return f == 0.0f; }));
-    // A disabled service neither fetches nor fails.
-    service.m_iEnable = 0;
-    EXPECT_EQ(service._init(kBlock, kRate), 0);
-    EXPECT_EQ(service.m_strStatus, "OK");
 }
 
-TEST(CService_HRTF, ExternalResponses) {
-    auto set = twoDirectionSet();
-    CService_HRTF service;
-    service.m_pHelper = set.get();
-    const std::vector<float> left = {1.0f, 0.5f, 0.25f};
-    const std::vector<float> right = {0.0f, 0.0f, -1.0f};
-    service.InitializeExternal(left.data(), right.data(), 3);
-    ASSERT_EQ(service._init(kBlock, kRate), 0);
-    EXPECT_EQ(service.m_iLengthInUse, 3);  // kept, not replaced by the set's direction
-    std::vector<float> x = qktest::Noise(kBlock, 23);
-    service._process(x.data(), kBlock, 0);
-    for (int j = 0; j < kBlock; ++j) {
-        ASSERT_NEAR(service.m_pfData[j], convolveAt(x, left, j), kTolerance);
-        ASSERT_NEAR(service.m_pfData[kBlock + j], convolveAt(x, right, j), kTolerance);
-    }
-    // Missing pointers or length: ignored, nothing waits.
-    EXPECT_EQ(service.ReInitializeExternal(nullptr, right.data(), 3), 0);
-    EXPECT_EQ(service.ReInitializeExternal(left.data(), right.data(), 0), 0);
-    EXPECT_EQ(service.m_bReInitialize, 0);
-    EXPECT_EQ(service.ReInitializeExternal(right.data(), left.data(), 3), 0);
-    EXPECT_EQ(service.m_bReInitialize, 1);
-    EXPECT_EQ(service.m_iNewLength, 3);
-}
-
-TEST(CService_HRTF, CrossFadeRamp) {
-    float ramp[5];
-    CService_HRTF::Ramp(ramp, 5, 1.0, 0.0);
-    EXPECT_FLOAT_EQ(ramp[0], 1.0f);
-    EXPECT_FLOAT_EQ(ramp[1], 0.75f);
-    EXPECT_FLOAT_EQ(ramp[4], 0.0f);
-    CService_HRTF::Ramp(ramp, 1, 0.0, 1.0);  // one value: the start
-    EXPECT_EQ(ramp[0], 0.0f);
-}
 }  // namespace

@@ -4,7 +4,6 @@
 
 #include <cmath>
 
-#include "platform/Archive.h"
 #include "sdk/CQUENDARIC_PARAMETERS.h"
 #include "support/HrtfSets.h"
 #include "support/ScopedSettingsDir.h"
@@ -63,45 +62,6 @@ TEST(CQUENDARIC_Object_Source, ElevationAboveAndFoldedBackOverThePole) {
     EXPECT_EQ(s.source.m_fDistance, 0.0f);
 }
 
-TEST(CQUENDARIC_Object_Source, MovesNeedAListenerAndDoNotMarkTheObject) {
-    CQUENDARIC_Object_Source source;
-    source.m_position = at(3, 0, 0);
-    source.Move(at(1, 0, 0));
-    source.Move(5.0f);
-    source.LookAt(at(1, 1, 1));
-    source.Move_LookAt(at(1, 0, 0), at(1, 1, 1));
-    EXPECT_EQ(source.m_position.x, 3.0f);
-    EXPECT_EQ(source.m_fAzimuth, 0.0f);
-    EXPECT_EQ(source.m_lookAt.x, 0.0f);
-
-    CQUENDARIC_Object_Sink listener;
-    source.m_pSink = &listener;
-    source.m_iMoved = 0;
-    source.Move(at(1, 0, 0));
-    EXPECT_EQ(source.m_iMoved, 0);
-    // A single number is the y coordinate; the spherical fields are left as they were.
-    source.Move(-3.0f);
-    EXPECT_EQ(source.m_position.y, -3.0f);
-    EXPECT_FLOAT_EQ(source.m_position.r, 1.0f);
-    EXPECT_EQ(source.m_fAzimuth, 199.0f);  // atan(-3) = -71.6, truncated, + 270
-    EXPECT_FLOAT_EQ(source.m_fDistance, std::sqrt(10.0f));
-}
-
-TEST(CQUENDARIC_Object_Source, LevelFollowsTheInverseDistanceBeyondOneMetre) {
-    CQUENDARIC_Object_Source source;
-    float block[4] = {1.0f, -2.0f, 4.0f, 8.0f};
-    source.m_fDistance = 1.0f;
-    source.AdjustLevelForDistance(block, 2);
-    EXPECT_EQ(block[3], 8.0f);
-    source.m_fDistance = 2.0f;
-    source.AdjustLevelForDistance(block, 2);
-    EXPECT_FLOAT_EQ(block[0], 0.5f);
-    EXPECT_FLOAT_EQ(block[3], 4.0f);
-    source.m_fDistance = std::nanf("");
-    source.AdjustLevelForDistance(block, 2);
-    EXPECT_FLOAT_EQ(block[0], 0.5f);
-}
-
 // The direction's response from the settings' set, handed on to the convolver (which takes
 // it at its next block) and kept as the binaural response for hosts.
 TEST(CQUENDARIC_Object_Source, ReInitializeHRTFAndCalculateIRs) {
@@ -138,40 +98,4 @@ TEST(CQUENDARIC_Object_Source, ReInitializeHRTFAndCalculateIRs) {
     s.source.CalculateIRs(0, 44100);
     EXPECT_EQ(s.source.m_pfBIRLeft, nullptr);
     EXPECT_EQ(s.source.m_iBIRLength, 0);
-}
-
-TEST(CQUENDARIC_Object_Source, DescriptionByChannelModeAndArchive) {
-    qktest::ScopedSettingsDir dir("source_archive");
-    CQUENDARIC_PARAMETERS params;
-    CQUENDARIC_Object_Source source;
-    source.m_pParameters = &params;
-    source.m_strDescription = "own";
-    source.SetDescription("second");
-    params.m_iChannelMode = 1;
-    source.SetDescription("first");
-    EXPECT_EQ(source.m_strChannelName1, "first");
-    EXPECT_EQ(source.m_strChannelName2, "second");
-    EXPECT_EQ(source.m_strDescription, "own");
-
-    source.m_iSSS_SourceID = 12;
-    source.m_iChannelSelect = 1;
-    source.m_iAudioLink = 3;
-    source.m_iSourceFlag2 = 0;
-    source.m_position = at(1, 2, 3);
-    qk::CMemoryStream stream;
-    {
-        qk::CArchive ar(stream, qk::CArchive::store);
-        source.Serialize(ar);
-    }
-    qk::CMemoryStream in(stream.Bytes().data(), stream.Bytes().size());
-    qk::CArchive ar(in, qk::CArchive::load);
-    CQUENDARIC_Object_Source loaded;
-    loaded.Serialize(ar);
-    EXPECT_EQ(ar.Remaining(), 0u);
-    EXPECT_EQ(loaded.m_position.z, 3.0f);
-    EXPECT_EQ(loaded.m_iSSS_SourceID, 12);
-    EXPECT_EQ(loaded.m_strChannelName1, "first");
-    EXPECT_EQ(loaded.m_strChannelName2, "second");
-    EXPECT_EQ(loaded.m_iAudioLink, 3);
-    EXPECT_EQ(loaded.m_iSourceFlag2, 0);
 }
