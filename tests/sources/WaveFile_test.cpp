@@ -133,19 +133,6 @@ TEST(WaveFile, WrittenFileHasTheRiffLayoutAndReadsBack) {
     std::remove(path.c_str());
 }
 
-TEST(WaveFile, FindsDataBehindOtherChunksOfAnyParity) {
-    Bytes chunks;
-    qktest::AppendChunk(chunks, "LIST", Bytes{'I', 'N', 'F', 'O', 'x'});  // odd: padded
-    qktest::AppendChunk(chunks, "fmt ", qktest::PcmFormat(1, 8000, 8));
-    qktest::AppendChunk(chunks, "junk", Bytes(3, 9));
-    qktest::AppendChunk(chunks, "data", Bytes{1, 2, 3, 4, 5});
-    const ReadBack r = readMemory(qktest::RiffWave(chunks));
-    ASSERT_EQ(r.openResult, 0);
-    ASSERT_EQ(r.startResult, 0);
-    EXPECT_EQ(r.format.nSamplesPerSec, 8000u);
-    EXPECT_EQ(r.data, (Bytes{1, 2, 3, 4, 5}));
-}
-
 TEST(WaveFile, ReadsAFileMadeByAnotherProgram) {
     const std::string path = tempPath("sox.wav");
     if (std::system(("sox -q -r 8000 -n -c 2 -b 16 -e signed-integer " + path +
@@ -199,14 +186,16 @@ TEST(WaveFile, BrokenAndForeignFilesGiveTheirCodesWithoutLeaking) {
     EXPECT_EQ(qktest::OpenFileCount(), filesBefore);
 }
 
-TEST(WaveFile, DeclaredSizesAreClampedToTheBytesThatRemain) {
+TEST(WaveFile, FindsDataBehindOtherChunksAndClampsDeclaredSizesToTheBytesThatRemain) {
     Bytes chunks;
-    qktest::AppendChunk(chunks, "fmt ", qktest::PcmFormat(1, 44100, 16));
+    qktest::AppendChunk(chunks, "LIST", Bytes{'I', 'N', 'F', 'O', 'x'});  // odd: padded
+    qktest::AppendChunk(chunks, "fmt ", qktest::PcmFormat(1, 8000, 8));
+    qktest::AppendChunk(chunks, "junk", Bytes(3, 9));
     qktest::AppendChunk(chunks, "data", pattern(100), 1000000);
     const Bytes file = qktest::RiffWave(chunks, 0xFFFFFFFF);
     const ReadBack r = readMemory(file, 64);
-    ASSERT_EQ(r.openResult, 0);
     ASSERT_EQ(r.startResult, 0);
+    EXPECT_EQ(r.format.nSamplesPerSec, 8000u);
     EXPECT_EQ(r.riffSize, file.size() - 8);
     EXPECT_EQ(r.declaredData, 100u);
     EXPECT_EQ(r.data, pattern(100));
