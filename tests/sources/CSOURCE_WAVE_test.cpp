@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/Report.h"
+#include "support/RiffBytes.h"
 #include "support/WaveWriter.h"
 
 namespace {
@@ -34,6 +35,11 @@ class WaveSource : public testing::Test {
     std::vector<float> Block(const CSOURCE &s, int count) const {
         return std::vector<float>(s.m_pfData.get(), s.m_pfData.get() + count);
     }
+    // Plays one block of four frames and gives its first channel.
+    std::vector<float> Next(CSOURCE_WAVE &s) const {
+        EXPECT_EQ(s._process_1P(nullptr, 4, 16, 2, 44100), 4);
+        return Block(s, 4);
+    }
     std::vector<std::string> files;
 };
 }  // namespace
@@ -47,22 +53,18 @@ TEST_F(WaveSource, StereoAndMonoBlocksComeOutPlanarInTheIntegerScale) {
 
     CSOURCE_WAVE mono;
     mono.SetFile(Make("mono8.wav", {0, 128, 255, 7}, 1, 44100, 8));
-    ASSERT_EQ(mono._process_1P(nullptr, 4, 16, 2, 44100), 4);
+    EXPECT_EQ(Next(mono), (std::vector<float>{0, 128, 255, 7}));  // no offset of 128
     EXPECT_EQ(mono.m_iSource_Channels, 1);
-    EXPECT_EQ(Block(mono, 4), (std::vector<float>{0, 128, 255, 7}));  // no offset of 128
 }
 
 TEST_F(WaveSource, WrapsToTheStartAndOnlyTheLastReadIsConverted) {
     CSOURCE_WAVE wave;
     wave.SetFile(Make("six.wav", ramp(6), 1, 44100));
-    ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
-    EXPECT_EQ(Block(wave, 4), (std::vector<float>{1, 2, 3, 4}));
+    EXPECT_EQ(Next(wave), (std::vector<float>{1, 2, 3, 4}));
     // Two frames remain, then the file starts again: the fresh frames 1, 2 land at the start
     // and the rest of the block keeps what it held.
-    ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
-    EXPECT_EQ(Block(wave, 4), (std::vector<float>{1, 2, 3, 4}));
-    ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
-    EXPECT_EQ(Block(wave, 4), (std::vector<float>{3, 4, 5, 6}));
+    EXPECT_EQ(Next(wave), (std::vector<float>{1, 2, 3, 4}));
+    EXPECT_EQ(Next(wave), (std::vector<float>{3, 4, 5, 6}));
 }
 
 TEST_F(WaveSource, AFileEndingExactlyOnABlockStartsAgainInsteadOfReadingForever) {
@@ -71,8 +73,7 @@ TEST_F(WaveSource, AFileEndingExactlyOnABlockStartsAgainInsteadOfReadingForever)
     for (int block = 0; block < 2; ++block) {
         ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
     }
-    ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
-    EXPECT_EQ(Block(wave, 4), (std::vector<float>{1, 2, 3, 4}));
+    EXPECT_EQ(Next(wave), (std::vector<float>{1, 2, 3, 4}));
 
     CSOURCE_WAVE empty;  // nothing to play at all: silence, and the call returns
     empty.SetFile(Make("empty.wav", {}, 1, 44100));
@@ -83,14 +84,11 @@ TEST_F(WaveSource, TheOffsetIsSkippedAtTheStartAndAtEachWrap) {
     CSOURCE_WAVE wave;
     wave.SetFile(Make("offset.wav", ramp(10), 1, 44100));
     wave.SetVariable("Offset", "3");
-    ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
-    EXPECT_EQ(Block(wave, 4), (std::vector<float>{4, 5, 6, 7}));
+    EXPECT_EQ(Next(wave), (std::vector<float>{4, 5, 6, 7}));
     // 8, 9, 10 remain; at the wrap the offset's frames are read to the start of the byte
     // block and are what this block converts; the file then goes on behind the offset.
-    ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
-    EXPECT_EQ(Block(wave, 4), (std::vector<float>{1, 2, 3, 7}));
-    ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
-    EXPECT_EQ(Block(wave, 4), (std::vector<float>{4, 5, 6, 7}));
+    EXPECT_EQ(Next(wave), (std::vector<float>{1, 2, 3, 7}));
+    EXPECT_EQ(Next(wave), (std::vector<float>{4, 5, 6, 7}));
 }
 
 TEST_F(WaveSource, OtherRatesAreZeroStuffedOrPlayedAsRead) {
@@ -106,25 +104,18 @@ TEST_F(WaveSource, OtherRatesAreZeroStuffedOrPlayedAsRead) {
     EXPECT_EQ(fast.m_pfData[31], 0.0f);
 }
 
-TEST_F(WaveSource, ADisabledSourceKeepsItsPlaceAndGainIsInDecibels) {
+TEST_F(WaveSource, ADisabledSourceKeepsItsPlaceAndAnotherFileTakesOverAtTheNextBlock) {
     CSOURCE_WAVE wave;
     wave.SetFile(Make("place.wav", ramp(100), 1, 44100));
     wave._process_1P(nullptr, 4, 16, 2, 44100);
     wave.m_iEnable = 0;
     EXPECT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 0);
     wave.m_iEnable = 1;
-    wave.m_fGain_dB = 20.0f;
-    ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
-    EXPECT_EQ(Block(wave, 4), (std::vector<float>{50, 60, 70, 80}));
-}
-
-TEST_F(WaveSource, AnotherFileTakesOverAtTheNextBlock) {
-    CSOURCE_WAVE wave;
-    wave.SetFile(Make("first.wav", ramp(100), 1, 44100));
-    wave._process_1P(nullptr, 4, 16, 2, 44100);
+    wave.m_fGain_dB = 20.0f;  // in decibels
+    EXPECT_EQ(Next(wave), (std::vector<float>{50, 60, 70, 80}));
+    wave.m_fGain_dB = 0.0f;
     wave.SetFile(Make("second.wav", ramp(100, 500), 1, 44100));
-    wave._process_1P(nullptr, 4, 16, 2, 44100);
-    EXPECT_EQ(Block(wave, 2), (std::vector<float>{500, 501}));
+    EXPECT_EQ(Next(wave), (std::vector<float>{500, 501, 502, 503}));
     EXPECT_EQ(wave.CheckFileName(files[1]), 0);
     EXPECT_EQ(wave.CheckFileName(qktest::ScratchPath("none.wav")), -1);
 }
@@ -149,9 +140,8 @@ TEST_F(WaveSource, MissingForeignAndTruncatedFilesGiveMinusOneAndOneReport) {
 
     const std::string foreign = qktest::ScratchPath("foreign.wav");
     files.push_back(foreign);
-    std::FILE *f = std::fopen(foreign.c_str(), "wb");
-    std::fputs("ID3 this is not a wave file at all", f);
-    std::fclose(f);
+    const std::string text = "ID3 this is not a wave file at all";
+    qktest::WriteFileBytes(foreign, qktest::Bytes(text.begin(), text.end()));
     CSOURCE_WAVE notWave;
     notWave.SetFile(foreign);
     EXPECT_EQ(notWave._process_1P(nullptr, 4, 16, 2, 44100), -1);
@@ -159,11 +149,9 @@ TEST_F(WaveSource, MissingForeignAndTruncatedFilesGiveMinusOneAndOneReport) {
 
     // A header that promises more data than the file holds plays what is there.
     const std::string cut = Make("cut.wav", ramp(50), 1, 44100);
-    std::FILE *g = std::fopen(cut.c_str(), "r+b");
-    std::fseek(g, 0, SEEK_END);
-    const long size = std::ftell(g);
-    std::fclose(g);
-    ASSERT_EQ(truncate(cut.c_str(), size - 60), 0);
+    qktest::Bytes bytes = qktest::ReadFileBytes(cut);
+    bytes.resize(bytes.size() - 60);
+    qktest::WriteFileBytes(cut, bytes);
     CSOURCE_WAVE truncated;
     truncated.SetFile(cut);
     for (int i = 0; i < 20; ++i) {
