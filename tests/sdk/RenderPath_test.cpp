@@ -2,6 +2,7 @@
 // the values callback and the real device.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "quendarik/CQKSDK.h"
+#include "support/RiffBytes.h"
 #include "support/SdkAccess.h"
 #include "support/WaveWriter.h"
 
@@ -70,41 +72,20 @@ std::vector<float> noise(int n, float rms, unsigned seed) {
     return v;
 }
 
-double rmsDb(const float *x, int n) {
-    double sum = 0.0;
-    for (int i = 0; i < n; ++i) {
-        sum += static_cast<double>(x[i]) * x[i];
-    }
-    return 10.0 * std::log10(sum / n + 1e-30);
-}
-
 // Left minus right level in dB of a 16-bit stereo wave file written by the library.
 double fileBalanceDb(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    // Walk the chunks to "data".
-    size_t at = 12;
-    while (at + 8 <= bytes.size() && std::string(&bytes[at], 4) != "data") {
-        uint32_t size = 0;
-        std::memcpy(&size, &bytes[at + 4], 4);
-        at += 8 + size;
+    const qktest::Bytes bytes = qktest::ReadFileBytes(path);
+    double sum[2] = {1e-30, 1e-30};
+    for (const qktest::RawChunk &c : qktest::ChunksOf(bytes)) {
+        const size_t end = std::min<size_t>(bytes.size(), c.dataOffset + c.size);
+        for (size_t at = c.dataOffset; c.id == "data" && at + 4 <= end; at += 4) {
+            for (size_t ch = 0; ch < 2; ++ch) {
+                const double v = static_cast<int16_t>(qktest::LE16(bytes, at + 2 * ch));
+                sum[ch] += v * v;
+            }
+        }
     }
-    at += 8;
-    std::vector<float> left;
-    std::vector<float> right;
-    for (; at + 4 <= bytes.size(); at += 4) {
-        int16_t l = 0;
-        int16_t r = 0;
-        std::memcpy(&l, &bytes[at], 2);
-        std::memcpy(&r, &bytes[at + 2], 2);
-        left.push_back(l);
-        right.push_back(r);
-    }
-    if (left.empty()) {
-        return 0.0;
-    }
-    return rmsDb(left.data(), static_cast<int>(left.size())) -
-           rmsDb(right.data(), static_cast<int>(right.size()));
+    return 10.0 * std::log10(sum[0] / sum[1]);
 }
 }  // namespace
 
@@ -219,10 +200,7 @@ TEST_F(Hosted, TheGainLawIsTenLogAndTheShelvesRunOnlyAtTwo) {
 
 namespace {
 struct Seen {
-    int calls = 0;
-    int frames = 0;
-    int channels = 0;
-    int rate = 0;
+    int calls = 0, frames = 0, channels = 0, rate = 0;
 };
 void onValues(unsigned long user, float *left, float *right, int frames, int, int channels,
               int rate, float) {
