@@ -155,9 +155,8 @@ TEST(FacadeLife, HostThreadsAddSourcesWhilePlaying) {
     for (int t = 0; t < 3; ++t) {
         hosts.emplace_back([&sdk] {
             for (int i = 0; i < 20; ++i) {
-                int id = 0;
+                int id = 0, enable = 0;
                 sdk.qk_Ssrc_Add_Gauss(id);
-                int enable = 0;
                 sdk.qk_Ssrc_Set_Enable(id, i % 2);
                 sdk.qk_Ssrc_Get_Enable(id, enable);
             }

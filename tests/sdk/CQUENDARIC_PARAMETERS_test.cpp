@@ -2,12 +2,9 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
-#include <cmath>
 #include <csignal>
 
-#include "dsp/ipps.h"
 #include "support/HrtfSets.h"
 #include "support/ScopedSettingsDir.h"
 
@@ -53,7 +50,6 @@ TEST(CQUENDARIC_PARAMETERS, EveryFieldSurvivesTheFileNamedByFourLetters) {
         stored = p.StoreSettings();
         EXPECT_EQ(stored.size(), size);
         p._write();
-        EXPECT_EQ(ReadBytes(dir.File("Quen.qksettings")), stored);
         p.m_strApplication = "";  // the destructor's write goes to the default name
     }
     CQUENDARIC_PARAMETERS q;
@@ -113,22 +109,6 @@ TEST(CQUENDARIC_PARAMETERS, AFailedWriteKeepsTheOldFile) {
 
     EXPECT_EQ(ReadBytes(dir.File("full.qksettings")), old);
     EXPECT_EQ(dir.Files(), (std::vector<std::string>{"full.qksettings"}));  // no leftovers
-}
-
-// The forms themselves are the sources' own; the settings give them their rate.
-TEST(CQUENDARIC_PARAMETERS, ButterworthCoefficientsAtTheSettingsRate) {
-    ScopedSettingsDir dir("coefs");
-    CQUENDARIC_PARAMETERS p;
-    p.m_iSampleRate = 22050;
-    const double c = std::tan(M_PI * 1000.0 / 22050);
-    float *lp = ippsMalloc_32f(3);  // an old array is freed and replaced
-    float *hp = nullptr;
-    p.GetLPCoefs(lp, 1000.0f);
-    p.GetHPCoefs(hp, 1000.0f);
-    EXPECT_NEAR(lp[0], c * c, 1e-6);
-    EXPECT_NEAR(hp[3], 1 + std::sqrt(2.0) * c + c * c, 1e-6);
-    ippsFree(lp);
-    ippsFree(hp);
 }
 
 // A good file loads at the settings' rate and takes the canceller's set along; a missing one

@@ -22,12 +22,10 @@
 namespace {
 constexpr int kRate = 44100;
 
-std::string defaultSet() {
-    return std::string(QK_TEST_HRTF_DATA) + "/VORLAN1_16s_DFE.qkhrtf";
-}
+const std::string kDefaultSet = std::string(QK_TEST_HRTF_DATA) + "/VORLAN1_16s_DFE.qkhrtf";
 
 bool haveDefaultSet() {
-    return std::ifstream(defaultSet()).good();
+    return std::ifstream(kDefaultSet).good();
 }
 
 // A facade with the built default set, a listener at the origin looking along +y, no device
@@ -38,7 +36,7 @@ class Hosted : public testing::Test {
         if (!haveDefaultSet()) {
             GTEST_SKIP() << "the build's default HRTF set is missing";
         }
-        sdk.qk_HRTF_Set_Full(defaultSet().c_str());
+        sdk.qk_HRTF_Set_Full(kDefaultSet.c_str());
         sdk.qk_Asnk_Set(-2);
         sdk.qk_Siml_Set_PO(1);
         sdk.qk_Vrcv_Add(listener);
@@ -66,9 +64,7 @@ std::vector<float> noise(int n, float rms, unsigned seed) {
     std::mt19937 rng(seed);
     std::normal_distribution<float> normal(0.0f, rms);
     std::vector<float> v(static_cast<size_t>(n));
-    for (float &x : v) {
-        x = normal(rng);
-    }
+    std::generate(v.begin(), v.end(), [&] { return normal(rng); });
     return v;
 }
 
@@ -117,7 +113,7 @@ TEST_F(Hosted, ASourceOnTheLeftIsLouderInTheLeftEarOfTheRecordedFile) {
 TEST_F(Hosted, NoListenerOrNoSetMakesNothing) {
     CQKSDK bare;
     bare.qk_Asnk_Set(-2);
-    bare.qk_HRTF_Set_Full(defaultSet().c_str());
+    bare.qk_HRTF_Set_Full(kDefaultSet.c_str());
     EXPECT_EQ(bare.qk_Siml_Process_WinAmp(512, 16, 2, kRate), -1);  // no listener
     int id = 0;
     bare.qk_Vrcv_Add(id);
@@ -241,7 +237,7 @@ TEST(RenderOnDevice, ThreeSecondsOfBlocksTakeRealTimeAndEachReachesTheCallback) 
     setenv("QK_ALSA_DEVICE", "pulse", 1);
     {
         CQKSDK sdk;
-        sdk.qk_HRTF_Set_Full(defaultSet().c_str());
+        sdk.qk_HRTF_Set_Full(kDefaultSet.c_str());
         sdk.qk_Siml_Set_PO(1);
         sdk.qk_Asnk_Set(-1);
         sdk.qkSimSetBlockLength(2048);
