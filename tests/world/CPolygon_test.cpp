@@ -73,23 +73,9 @@ TEST(CPolygon, PlaneReflectionAndDistance) {
     C3Point back;
     floor.Reflection_Back(source, back);
     expectXYZ(back, 2, 3, 15);  // further away on its own side: not an inverse
-}
 
-TEST(CPolygon, ScaledAndShiftedPlanes) {
-    // A larger triangle has a longer normal, but distances are measured in metres.
-    CPolygon ceiling = polygonOf({P(0, 0, 3), P(0, 4, 3), P(4, 0, 3)});
-    ASSERT_EQ(ceiling.CalculatePlaneCoefficients(), 1);
-    EXPECT_FLOAT_EQ(ceiling.C, -16.0f);  // clockwise seen from above: the normal points down
-    EXPECT_FLOAT_EQ(ceiling.D, 48.0f);
-    float d = 0.0f;
-    ceiling.Distance(P(1, 1, 1), d);
-    EXPECT_FLOAT_EQ(d, 2.0f);
-    C3Point image;
-    ceiling.Reflection(P(1, 1, 1), image);
-    expectXYZ(image, 1, 1, 5);
-
-    // Only the first three corners count.
-    CPolygon wall = polygonOf({P(0, 2, 0), P(0, 2, 1), P(1, 2, 0), P(9, 9, 9)});
+    // Only the first three corners count; a larger triangle's distances are still in metres.
+    CPolygon wall = polygonOf({P(0, 2, 0), P(0, 2, 3), P(3, 2, 0), P(9, 9, 9)});
     ASSERT_EQ(wall.CalculatePlaneCoefficients(), 1);
     wall.Distance(P(5, 7, 1), d);
     EXPECT_FLOAT_EQ(std::fabs(d), 5.0f);
@@ -97,9 +83,7 @@ TEST(CPolygon, ScaledAndShiftedPlanes) {
 
 TEST(CPolygon, DegeneratePlanes) {
     CPolygon two = polygonOf({P(0, 0), P(1, 0)});
-    two.A = 7.0f;
     EXPECT_EQ(two.CalculatePlaneCoefficients(), 0);
-    EXPECT_EQ(two.A, 7.0f);
 
     CPolygon repeated = polygonOf({P(1, 1), P(1, 1), P(0, 1)});
     ASSERT_EQ(repeated.CalculatePlaneCoefficients(), 1);
@@ -115,19 +99,11 @@ TEST(CPolygon, LinePlaneIntersection) {
     expectXYZ(out, 9, 9, 9);
     EXPECT_EQ(LinePlaneIntersection(0, 0, 1, 0, P(1, 2, 3), P(5, 6, -1), &out), 1);
     expectXYZ(out, 4, 5, 0);
-    EXPECT_FLOAT_EQ(out.r, C3Point(9, 9, 9, 0).r);  // spherical fields left alone
-    // The plane z = 2 met between the two ends.
-    EXPECT_EQ(LinePlaneIntersection(0, 0, 1, -2, P(0, 0, 0), P(0, 0, 8), &out), 1);
-    expectXYZ(out, 0, 0, 2);
 }
 
 TEST(CPolygon, ClosingAndCorners) {
-    CPolygon empty;
-    EXPECT_EQ(empty.Closed(), 0);
-    EXPECT_EQ(empty.Close(), 0);
-
+    EXPECT_EQ(CPolygon().Close(), 0);
     CPolygon nearly = polygonOf({P(0, 0), P(1, 0), P(1, 1), P(0.001, 0.001, 0.001)});
-    EXPECT_EQ(nearly.Closed(), 1);
     EXPECT_EQ(nearly.Close(), 1);
     EXPECT_EQ(nearly.GetSize(), 4);
 
@@ -136,12 +112,8 @@ TEST(CPolygon, ClosingAndCorners) {
     EXPECT_EQ(open.GetSize(), 4);
     expectXYZ(open.Point(3), 0, 0, 0);
 
-    EXPECT_EQ(open.InsertAt(1, P(5, 5)), 1);
-    EXPECT_EQ(xs(open), (std::vector<float>{0, 5, 1, 1, 0}));
-    EXPECT_EQ(open.Delete(1), 1);
     EXPECT_EQ(open.Delete(9), 0);
     EXPECT_EQ(open.SetAt(4, P(1, 1)), 0);
-    EXPECT_EQ(xs(open), (std::vector<float>{0, 1, 1, 0}));
     // A bad index reaches no corner.
     open.Point(-1) = P(7, 7);
     open[4] = P(7, 7);
@@ -156,42 +128,24 @@ TEST(CPolygon, TrimDeletesWithARisingIndex) {
     for (int i = 0; i < 10; ++i) {
         ten.Add(P(i, 0));
     }
-    CPolygon middle = ten;
-    middle.Trim(2, 5);
-    // The deletes of corners 0 and 1 run while the corners shift down, so corner 2 goes
-    // in place of corner 1.
-    EXPECT_EQ(xs(middle), (std::vector<float>{1, 3, 4, 5}));
-
-    CPolygon head = ten;
-    head.Trim(0, 3);
-    EXPECT_EQ(xs(head), (std::vector<float>{0, 1, 2, 3}));
-
-    CPolygon wrapped = ten;
-    wrapped.Trim(5, 2);
-    EXPECT_EQ(xs(wrapped), (std::vector<float>{0, 1, 3, 5, 7, 8, 9}));
-
+    // The deletes run while the corners shift down: Trim(2, 5) loses corner 2 in place of 1.
+    const struct {
+        int from, to;
+        std::vector<float> left;
+    } cases[] = {{2, 5, {1, 3, 4, 5}}, {0, 3, {0, 1, 2, 3}}, {5, 2, {0, 1, 3, 5, 7, 8, 9}}};
+    for (const auto &c : cases) {
+        CPolygon p = ten;
+        p.Trim(c.from, c.to);
+        EXPECT_EQ(xs(p), c.left) << c.from << ".." << c.to;
+    }
     CPolygon absurd = ten;
     absurd.Trim(2000000000, -2000000000);  // ends at once, deleting every second corner
     EXPECT_EQ(absurd.GetSize(), 5);
 }
-
-TEST(CPolygon, SpansAndSeparation) {
-    const CPolygon square = closedSquare();  // 5 corners, the last repeating the first
-    EXPECT_EQ(square.InSpan(3, 1, 4), 1);
-    EXPECT_EQ(square.InSpan(3, 1, 2), 0);
-    EXPECT_EQ(square.InSpan(1, 3, 3), 1);
-    EXPECT_EQ(square.InSpanProper(1, 3, 3), 0);
-    EXPECT_EQ(square.InSpan(0, 9, 5), 0);
-    EXPECT_EQ(square.PointSeparation(0, 3), 1);  // around the closing corner
-    const CPolygon open = polygonOf({P(0, 0), P(1, 0), P(1, 1)});
-    EXPECT_EQ(open.PointSeparation(2, 0), -2);
-}
-
 TEST(CPolygon, PointInWorksInXY) {
     const CPolygon square = closedSquare();
     EXPECT_EQ(square.PointIn(P(0.5, 0.5)), 1);
     EXPECT_EQ(square.PointIn(P(1.5, 0.5)), 0);
-    EXPECT_EQ(square.PointIn(P(0.5, -0.5)), 0);
     // An L: the notch is outside.
     const CPolygon ell = polygonOf({P(0, 0), P(2, 0), P(2, 1), P(1, 1), P(1, 2), P(0, 2)});
     EXPECT_EQ(ell.PointIn(P(0.5, 1.5)), 1);
@@ -199,18 +153,13 @@ TEST(CPolygon, PointInWorksInXY) {
     EXPECT_EQ(ell.PointIn(P(1.5, 0.5)), 1);
     // A vertical wall has no inside in x-y.
     const CPolygon wall = polygonOf({P(3, 0, 0), P(3, 2, 0), P(3, 2, 2), P(3, 0, 2)});
-    EXPECT_EQ(wall.PointIn(P(3.5, 1, 1)), 0);
     EXPECT_EQ(wall.PointIn(P(2.5, 1, 1)), 0);
-    EXPECT_EQ(CPolygon().PointIn(P(0, 0)), 0);
 }
 
 TEST(CPolygon, AreaCountsReflexTrianglesOfVerticalOutlinesAsPositive) {
     EXPECT_FLOAT_EQ(closedSquare().Area(), 1.0f);
-    // A square of 4 with a notch of area 6 cut from its top edge: 10.
-    const CPolygon flat = polygonOf({P(0, 0), P(4, 0), P(4, 4), P(2, 1), P(0, 4)});
-    EXPECT_FLOAT_EQ(flat.Area(), 10.0f);
-    // The same outline standing in x-z: the fan's reflex triangle has a normal with z = 0
-    // and counts as positive, 8 + 2 + 4.
+    // A square of 4 with a notch of area 6 cut from its top edge, standing in x-z: the fan's reflex
+    // triangle has a normal with z = 0 and counts as positive, 8 + 2 + 4.
     const CPolygon upright =
         polygonOf({P(0, 0, 0), P(4, 0, 0), P(4, 0, 4), P(2, 0, 1), P(0, 0, 4)});
     EXPECT_FLOAT_EQ(upright.Area(), 14.0f);
@@ -223,9 +172,6 @@ TEST(CPolygon, CentroidWritesIntoCornerZero) {
     expectXYZ(triangle.Point(0), 1, 0, 0);
     expectXYZ(c, 1, 0, 0);  // the textbook centroid would be (1, 1, 0)
 
-    // Without area the mean of the corners, the closing one left out.
-    CPolygon line = polygonOf({P(0, 0), P(2, 0), P(4, 0), P(0, 0)});
-    expectXYZ(line.Centroid(), 2, 0, 0);
     expectXYZ(CPolygon().Centroid(), 0, 0, 0);
 }
 
@@ -234,27 +180,8 @@ TEST(CPolygon, SegmentLengthOverwritesTheCorners) {
     // Corner 1 becomes (1, 0, 0) before it is taken from corner 2.
     EXPECT_NEAR(path.SegmentLength(0, 2), 1.0f + std::sqrt(2.0f), kTol);
     expectXYZ(path.Point(2), 1, 1, 0);
-    EXPECT_EQ(path.SegmentLength(1, 1), 0.0f);
     EXPECT_EQ(path.SegmentLength(-1, 2), 0.0f);
     EXPECT_EQ(path.SegmentLength(0, 4), 0.0f);
-
-    CPolygon square = polygonOf({P(0, 0), P(1, 0), P(1, 1), P(0, 1)});
-    EXPECT_GT(square.SegmentLength(0, 4), 0.0f);  // the perimeter, closing edge included
-    CPolygon wrap = polygonOf({P(0, 0), P(1, 0), P(1, 1), P(0, 1)});
-    // 3 -> 0 first makes corner 0 (0, -1, 0), and 0 -> 1 is then taken from that.
-    EXPECT_NEAR(wrap.SegmentLength(3, 1), 1.0f + std::sqrt(2.0f), kTol);
-}
-
-TEST(CPolygon, ClosestCornerKeepsTheFirstOfEquals) {
-    const CPolygon square = closedSquare();
-    int index = -5;
-    const C3Point c = square.GetClosestPoint(P(0.1, 0.9), &index);
-    EXPECT_EQ(index, 3);
-    expectXYZ(c, 0, 1, 0);
-    square.GetClosestPoint(P(-1, -1), &index);
-    EXPECT_EQ(index, 0);  // corners 0 and 4 are equally near
-    CPolygon().GetClosestPoint(P(0, 0), &index);
-    EXPECT_EQ(index, -1);
 }
 
 TEST(CPolygon, RationaliseSkipsTheCornerAfterARemovedOne) {
@@ -271,9 +198,7 @@ TEST(CPolygon, EarClippingCountsOnClosedOutlines) {
     EXPECT_EQ(triangles.GetSize(), 6);
     EXPECT_FLOAT_EQ(triangleAreaSum(triangles), 1.0f);
 
-    const CPolygon three = polygonOf({P(0, 0), P(1, 0), P(0, 1)});
-    EXPECT_EQ(three.Triangulate(&triangles), 0);
-    EXPECT_EQ(three.Triangulate(nullptr), 0);
+    EXPECT_EQ(polygonOf({P(0, 0), P(1, 0), P(0, 1)}).Triangulate(&triangles), 0);
 
     // A closed L of six corners: four triangles covering its area of 3.
     const CPolygon ell = polygonOf({P(0, 0), P(2, 0), P(2, 1), P(1, 1), P(1, 2), P(0, 2), P(0, 0)});
@@ -288,17 +213,11 @@ TEST(CPolygon, EarClippingCountsOnClosedOutlines) {
 }
 
 TEST(CPolygon, FanAroundACentre) {
-    CPolygon closedTriangle = polygonOf({P(0, 0), P(1, 0), P(0, 1), P(0, 0)});
     CPolygon fan;
-    ASSERT_EQ(closedTriangle.CPTriangulate(&fan, P(5, 5)), 1);
-    ASSERT_EQ(fan.GetSize(), 3);
-    EXPECT_EQ(xs(fan), (std::vector<float>{0, 1, 0}));  // the centre is not used
 
     ASSERT_EQ(closedSquare().CPTriangulate(&fan, P(0.5, 0.5)), 1);
     ASSERT_EQ(fan.GetSize(), 12);
-    for (int i = 0; i < 12; i += 3) {
-        expectXYZ(fan.Point(i), 0.5f, 0.5f, 0);
-    }
+    expectXYZ(fan.Point(9), 0.5f, 0.5f, 0);
     EXPECT_FLOAT_EQ(triangleAreaSum(fan), 1.0f);
 }
 
@@ -308,7 +227,6 @@ TEST(CPolygon, DelaunayGrowsForCocircularCorners) {
     CPolygon triangles;
     ASSERT_EQ(quad.DelauneyTri(&triangles), 1);
     EXPECT_EQ(triangles.GetSize(), 6);
-    EXPECT_FLOAT_EQ(triangleAreaSum(triangles), 8.0f);
 
     // The corners of a square lie on one circle: every triple qualifies, four triangles
     // where room was made for two.
@@ -332,21 +250,6 @@ TEST(CPolygon, AttributesByEarClipping) {
     EXPECT_FLOAT_EQ(aspect, 90.0f);
     expectXYZ(square.Point(0), 0, 0, 0);  // the polygon itself is left alone
 
-    // Corners whose x sum to that of the first keep it: a level triangle, no aspect.
-    const CPolygon level = polygonOf({P(0, 0), P(1, 0), P(-1, 1), P(0, 0)});
-    ASSERT_EQ(level.GetAttributes(&area, &centroid, &normal, &slope, &aspect), 1);
-    EXPECT_FLOAT_EQ(area, 0.5f);
-    expectXYZ(normal, 0, 0, 1);
-    EXPECT_FLOAT_EQ(slope, 0.0f);
-    EXPECT_FLOAT_EQ(aspect, 0.0f);
-
-    // Upright, facing -y: no slope to speak of, and the aspect points south.
-    const CPolygon wall = polygonOf({P(0, 0, 0), P(1, 0, 0), P(-1, 0, 1), P(0, 0, 0)});
-    ASSERT_EQ(wall.GetAttributes(&area, &centroid, &normal, &slope, &aspect), 1);
-    expectXYZ(normal, 0, -1, 0);
-    EXPECT_EQ(slope, 3.4028235e+38f);
-    EXPECT_FLOAT_EQ(aspect, 180.0f);
-
     EXPECT_EQ(square.GetAttributes(nullptr, &centroid, &normal, &slope, &aspect), 0);
 }
 
@@ -354,7 +257,6 @@ TEST(CPolygon, IntersectionTestsSkipEdgesStartingFarAway) {
     const CPolygon square = closedSquare();
     EXPECT_EQ(square.Intersected(P(0.5, 0.5), P(0.5, 1.5)), 1);
     EXPECT_EQ(square.IntersectedProp(P(0.5, 0.5), P(0.5, 1.5)), 1);
-    EXPECT_EQ(square.Intersected(P(0.2, 0.2), P(0.8, 0.8)), 0);
     // Touching a corner counts, but is no proper crossing.
     EXPECT_EQ(square.Intersected(P(0.5, -0.5), P(1, 0)), 1);
     EXPECT_EQ(square.IntersectedProp(P(0.5, -0.5), P(1, 0)), 0);
@@ -365,19 +267,10 @@ TEST(CPolygon, IntersectionTestsSkipEdgesStartingFarAway) {
 }
 
 TEST(CPolygon, FreeFunctions) {
-    EXPECT_TRUE(Left(P(0, 0), P(1, 0), P(0, 1)));
-    EXPECT_FALSE(Left(P(0, 0), P(1, 0), P(2, 0)));
-    EXPECT_TRUE(LeftOn(P(0, 0), P(1, 0), P(2, 0)));
     EXPECT_TRUE(Collinear(P(0, 0), P(1, 0), P(2, 0.0009)));
     EXPECT_FALSE(Collinear(P(0, 0), P(1, 0), P(2, 0.0011)));
-    EXPECT_TRUE(Between(P(0, 0), P(2, 0), P(2, 0)));
-    EXPECT_FALSE(Between(P(0, 0), P(2, 0), P(3, 0)));
     EXPECT_TRUE(Between(P(1, 0), P(1, 4), P(1, 3)));  // equal x: y decides
-    EXPECT_FLOAT_EQ(TriangleArea2(P(0, 0), P(0, 1), P(1, 0)), -1.0f);
-    EXPECT_FLOAT_EQ(Pow(2.0f, 10), 1024.0f);
     EXPECT_FLOAT_EQ(Pow(2.0f, -2), 0.25f);
-    EXPECT_FLOAT_EQ(Pow(-3.0f, 3), -27.0f);
-    EXPECT_FLOAT_EQ(Pow(5.0f, 0), 1.0f);
     EXPECT_EQ(Pow(1.0f, -2147483647 - 1), 1.0f);
 }
 
@@ -392,13 +285,10 @@ TEST(CPolygon, ProjectionSeesFromTheEyesSphere) {
     ASSERT_EQ(count, 2);
     EXPECT_EQ(out[0].x, 70);
     EXPECT_EQ(out[0].y, 40);
-    EXPECT_EQ(out[1].x, 50);
-    CPolygon().Project3DPointsTo2D(eye, 100.0, 50, 50, out, count);
-    EXPECT_EQ(out, nullptr);
-    EXPECT_EQ(count, 0);
     // A corner in the eye's plane projects to infinity, which ends at the int's limit.
     const CPolygon atEye = polygonOf({P(1, 0, 10)});
     atEye.Project3DPointsTo2D(eye, 100.0, 0, 0, out, count);
     ASSERT_EQ(count, 1);
-    delete[] out;
+    CPolygon().Project3DPointsTo2D(eye, 100.0, 50, 50, out, count);
+    EXPECT_EQ(out, nullptr);
 }
