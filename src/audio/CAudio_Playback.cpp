@@ -61,7 +61,7 @@ void CAudio_Playback::OnBufferDone(int iIndex) {
     }
     Header &header = m_pHeaders[static_cast<size_t>(iIndex)];
     header.uFlags |= kDone;
-    const size_t bytes = static_cast<size_t>(m_iBlockLength) * m_wfx.nBlockAlign;
+    const size_t bytes = static_cast<size_t>(m_iBlockLength.load()) * m_wfx.nBlockAlign;
     const size_t at = static_cast<size_t>(iIndex) * bytes;
     if (at + bytes <= m_pbRing.size()) {
         std::memset(m_pbRing.data() + at, 0, bytes);

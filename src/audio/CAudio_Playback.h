@@ -10,6 +10,7 @@
 
 #include "audio/WaveOutDevice.h"
 #include "platform/Event.h"
+#include "platform/Relaxed.h"
 #include "sources/WaveFile.h"
 
 class CAudio_Playback {
@@ -69,6 +70,7 @@ class CAudio_Playback {
     std::array<qk::CEvent, kBuffers> m_phEvents;
     int m_iCurrent = -1;
     int m_iOpens = 0;
-    int m_iBlockLength =
-        0;  // frames of the block last given to _process; completion clears as many
+    // Frames of the block last given to _process; the device thread's completion clears as
+    // many bytes of the finished buffer.
+    qk::Relaxed<int> m_iBlockLength = 0;
 };
