@@ -20,6 +20,17 @@ void eraseEntry(std::vector<std::unique_ptr<T>> &list, const T *pEntry) {
         list.erase(it);
     }
 }
+
+// The first entry of a list of owned objects with that id, or null.
+template <typename T>
+T *findById(const std::vector<std::unique_ptr<T>> &list, int iID) {
+    for (const auto &object : list) {
+        if (object->m_iID == iID) {
+            return object.get();
+        }
+    }
+    return nullptr;
+}
 }  // namespace
 
 // --- Virtual sources
@@ -95,12 +106,7 @@ int CQUENDARIK_PROCESSOR::RemoveAll3DSources() {
 
 CQUENDARIC_Object_Source *CQUENDARIK_PROCESSOR::Get3DSourceFromID(int iID) {
     Guard guard(m_csEngine);
-    for (auto &object : m_list3DSources) {
-        if (object->m_iID == iID) {
-            return object.get();
-        }
-    }
-    return nullptr;
+    return findById(m_list3DSources, iID);
 }
 
 int CQUENDARIK_PROCESSOR::Get3DSource_ID(int iID, int &iOut) {
@@ -311,12 +317,7 @@ int CQUENDARIK_PROCESSOR::RemoveAll3DListeners() {
 
 CQUENDARIC_Object_Sink *CQUENDARIK_PROCESSOR::Get3DSinkFromID(int iID) {
     Guard guard(m_csEngine);
-    for (auto &sink : m_list3DSinks) {
-        if (sink->m_iID == iID) {
-            return sink.get();
-        }
-    }
-    return nullptr;
+    return findById(m_list3DSinks, iID);
 }
 
 CQUENDARIC_Object_Sink *CQUENDARIK_PROCESSOR::GetSink() {

@@ -22,12 +22,7 @@ int CVRConstant::GenerateValue(const std::string &expr, float &out) {
     if (expr.empty() || expr.front() == '"' || expr.back() == '"') {
         return 0;
     }
-    if (expr == "FALSE" || expr == "false") {
-        out = 0.0f;
-        return 0;
-    }
-    if (expr == "TRUE" || expr == "true") {
-        out = 1.0f;
+    if (vrtext::BooleanWord(expr, out)) {
         return 0;
     }
     if (m_pWorld == nullptr) {

@@ -89,12 +89,7 @@ int CVRPoint::GenerateValue(const std::string &expr, float &out) {
     if (expr.empty()) {
         return 0;
     }
-    if (expr == "FALSE" || expr == "false") {
-        out = 0.0f;
-        return 0;
-    }
-    if (expr == "TRUE" || expr == "true") {
-        out = 1.0f;
+    if (vrtext::BooleanWord(expr, out)) {
         return 0;
     }
     if (m_pWorld == nullptr) {

@@ -97,4 +97,16 @@ int ToInt(const std::string &text) {
     return static_cast<int>(v);
 }
 
+bool BooleanWord(const std::string &text, float &out) {
+    if (text == "FALSE" || text == "false") {
+        out = 0.0f;
+        return true;
+    }
+    if (text == "TRUE" || text == "true") {
+        out = 1.0f;
+        return true;
+    }
+    return false;
+}
+
 }  // namespace vrtext

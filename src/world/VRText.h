@@ -39,4 +39,8 @@ std::string TrimBlanks(const std::string &text);
 // atoi, with a value beyond an int clamped to the nearest end.
 int ToInt(const std::string &text);
 
+// The words a value may be instead of a number: "TRUE"/"true" give 1, "FALSE"/"false" 0.
+// False (out untouched) for any other text.
+bool BooleanWord(const std::string &text, float &out);
+
 }  // namespace vrtext
