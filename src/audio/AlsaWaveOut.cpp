@@ -2,6 +2,8 @@
 
 #include <alsa/asoundlib.h>
 
+#include "audio/AlsaErrors.h"
+
 namespace {
 // The device's own buffer: short enough for a prompt reset, long enough not to run dry
 // between the ring's buffers.
@@ -30,17 +32,26 @@ CAlsaWaveOut::~CAlsaWaveOut() {
 int CAlsaWaveOut::OpenBackend(const WaveOutFormat &format) {
     const snd_pcm_format_t alsa = alsaFormat(format.iBits);
     if (alsa == SND_PCM_FORMAT_UNKNOWN) {
+        m_strError = std::to_string(format.iBits) + "-bit samples are not played";
         return -1;
     }
-    if (snd_pcm_open(&m_pcm, m_strName.c_str(), SND_PCM_STREAM_PLAYBACK, 0) < 0) {
-        m_pcm = nullptr;
-        return -1;
-    }
-    if (snd_pcm_set_params(
+    // ALSA's own texts about this open become part of the reason, not lines on stderr.
+    qk::CAlsaErrorCapture capture;
+    int err = snd_pcm_open(&m_pcm, m_strName.c_str(), SND_PCM_STREAM_PLAYBACK, 0);
+    if (err >= 0) {
+        err = snd_pcm_set_params(
             m_pcm, alsa, SND_PCM_ACCESS_RW_INTERLEAVED, static_cast<unsigned>(format.iChannels),
-            static_cast<unsigned>(format.iSampleRate), 1, kLatencyMicroseconds) < 0) {
-        snd_pcm_close(m_pcm);
+            static_cast<unsigned>(format.iSampleRate), 1, kLatencyMicroseconds);
+        if (err < 0) {
+            snd_pcm_close(m_pcm);
+        }
+    }
+    if (err < 0) {
         m_pcm = nullptr;
+        m_strError = snd_strerror(err);
+        if (!capture.Text().empty()) {
+            m_strError += " (" + capture.Text() + ")";
+        }
         return -1;
     }
     return 0;

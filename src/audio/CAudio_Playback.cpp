@@ -2,6 +2,9 @@
 
 #include <cstring>
 
+#include "platform/Clock.h"
+#include "platform/Report.h"
+
 CAudio_Playback::CAudio_Playback()
     : m_phEvents{qk::CEvent(true, true), qk::CEvent(true, true), qk::CEvent(true, true),
                  qk::CEvent(true, true), qk::CEvent(true, true), qk::CEvent(true, true)} {}
@@ -21,14 +24,27 @@ int CAudio_Playback::_init(int iDevice, int iChannels, int iBits, int iSampleRat
     m_wfx.cbSize = 0;
     m_iCurrent = -1;
 
-    m_hWaveOut = CWaveOutDevice::Create(iDevice);
+    const std::string name = CWaveOutDevice::DeviceName(iDevice);
+    m_hWaveOut = name.empty() ? nullptr : CWaveOutDevice::CreateByName(name);
     const WaveOutFormat format{iChannels, iSampleRate, iBits};
     if (m_hWaveOut == nullptr ||
         m_hWaveOut->Open(format, [this](int iIndex) { OnBufferDone(iIndex); }) != 0) {
-        // Not shown to anybody: each block then finds no device.
+        const std::string shown = name.empty() ? "number " + std::to_string(iDevice) : name;
+        if (m_strReportedName != shown) {
+            m_strReportedName = shown;
+            const std::string reason =
+                m_hWaveOut == nullptr ? "there is no such device" : m_hWaveOut->Error();
+            qk::Report("the audio device " + shown + " could not be opened: " + reason, "Quendarik",
+                       qk::Severity::Warning);
+        }
         m_hWaveOut.reset();
         m_iResult = -1;
+        m_uLastTry = qk::GetTickCount();
         return -1;
+    }
+    if (!m_strReportedName.empty()) {
+        m_strReportedName.clear();
+        qk::Report("the audio device " + name + " is open", "Quendarik", qk::Severity::Info);
     }
     ++m_iOpens;
     const size_t align = m_wfx.nBlockAlign;
@@ -70,6 +86,22 @@ void CAudio_Playback::OnBufferDone(int iIndex) {
     m_phEvents[static_cast<size_t>(iIndex)].SetEvent();
 }
 
+void CAudio_Playback::OpenIfDue(int iDevice, int iChannels, int iBits, int iSampleRate) {
+    const bool bSame = iChannels == m_wfx.nChannels &&
+                       static_cast<uint32_t>(iSampleRate) == m_wfx.nSamplesPerSec &&
+                       iBits == m_wfx.wBitsPerSample && iDevice == m_iDevice;
+    if (bSame && m_hWaveOut != nullptr) {
+        return;
+    }
+    if (bSame && m_iResult == -1 && qk::GetTickCount() - m_uLastTry < kRetryMs) {
+        return;  // tried a moment ago
+    }
+    // Not under m_csLock: closing waits for the device thread, whose completions take it.
+    // Once closed no completion runs, so the ring can be replaced.
+    _quit();
+    _init(iDevice, iChannels, iBits, iSampleRate);
+}
+
 int CAudio_Playback::_process(int iDevice, int iChannels, int iBits, int iSampleRate,
                               const void *pData, int iLength, int iRaw) {
     // Blocks beyond the ring's capacity, and formats no device plays, are refused.
@@ -78,14 +110,7 @@ int CAudio_Playback::_process(int iDevice, int iChannels, int iBits, int iSample
         (iBits != 8 && iBits != 16 && iBits != 24 && iBits != 32)) {
         return -1;
     }
-    if (iChannels != m_wfx.nChannels ||
-        static_cast<uint32_t>(iSampleRate) != m_wfx.nSamplesPerSec ||
-        iBits != m_wfx.wBitsPerSample || iDevice != m_iDevice || m_hWaveOut == nullptr) {
-        // Not under m_csLock: closing waits for the device thread, whose completions take it.
-        // Once closed no completion runs, so the ring can be replaced.
-        _quit();
-        _init(iDevice, iChannels, iBits, iSampleRate);
-    }
+    OpenIfDue(iDevice, iChannels, iBits, iSampleRate);
     if (m_hWaveOut == nullptr) {
         return -1;  // the device didn't open
     }

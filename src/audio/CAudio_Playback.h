@@ -6,6 +6,7 @@
 #include <array>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "audio/WaveOutDevice.h"
@@ -18,6 +19,9 @@ class CAudio_Playback {
     static constexpr int kBuffers = 6;
     static constexpr int kBufferSamples = 32768;  // largest block in frames
     static constexpr unsigned kWaitMs = 5000;     // longest wait for a free buffer
+    // While a device stays unopened, the next try comes this much later at the soonest, so
+    // that a device plugged in later is found without a try at every block.
+    static constexpr uint32_t kRetryMs = 2000;
 
     CAudio_Playback();
     ~CAudio_Playback();
@@ -28,7 +32,9 @@ class CAudio_Playback {
     // integer scale (channel 1 at element iLength); otherwise interleaved bytes already in the
     // device's format. The first block, and any block with another device or format, opens
     // the device. Returns 0, or -1 when no buffer came free within kWaitMs (the block is
-    // dropped) or the block can't be played at all.
+    // dropped) or the block can't be played at all. A device that doesn't open is reported
+    // once through the message function (and once more when it opens later); while none is
+    // open the block is dropped at once, and the open is tried again every kRetryMs.
     int _process(int iDevice, int iChannels, int iBits, int iSampleRate, const void *pData,
                  int iLength, int iRaw);
 
@@ -53,6 +59,9 @@ class CAudio_Playback {
     static constexpr unsigned kDone = 1;
 
     int _init(int iDevice, int iChannels, int iBits, int iSampleRate);
+    // Opens for a new device or format at once; the same one that failed before only when
+    // kRetryMs have passed since the last try.
+    void OpenIfDue(int iDevice, int iChannels, int iBits, int iSampleRate);
     // The device finished buffer iIndex: it is cleared (so a buffer played twice by accident
     // is silence) and its event set.
     void OnBufferDone(int iIndex);
@@ -70,6 +79,8 @@ class CAudio_Playback {
     std::array<qk::CEvent, kBuffers> m_phEvents;
     int m_iCurrent = -1;
     int m_iOpens = 0;
+    uint32_t m_uLastTry = 0;        // tick of the last failed open
+    std::string m_strReportedName;  // the device whose failure was reported; empty: none
     // Frames of the block last given to _process; the device thread's completion clears as
     // many bytes of the finished buffer.
     qk::Relaxed<int> m_iBlockLength = 0;

@@ -51,11 +51,16 @@ std::unique_ptr<CWaveOutDevice> CWaveOutDevice::CreateByName(const std::string &
 
 int CWaveOutDevice::Open(const WaveOutFormat &format, DoneFn onDone) {
     if (m_bOpen || format.iChannels < 1 || format.iSampleRate < 1 || format.BlockAlign() < 1) {
+        m_strError = m_bOpen ? "already open" : "a format no device plays";
         return -1;
     }
     m_format = format;
     m_bStopping = false;
+    m_strError.clear();
     if (OpenBackend(format) != 0) {
+        if (m_strError.empty()) {
+            m_strError = "the device refused the format";
+        }
         return -1;
     }
     m_onDone = std::move(onDone);

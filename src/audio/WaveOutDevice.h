@@ -50,6 +50,8 @@ class CWaveOutDevice {
     // Resets and closes. 0, or non-zero when not open.
     int Close();
     bool IsOpen() const { return m_bOpen; }
+    // Why the last Open failed, in words for the user; empty after a good open.
+    const std::string &Error() const { return m_strError; }
 
   protected:
     CWaveOutDevice() = default;
@@ -62,6 +64,7 @@ class CWaveOutDevice {
 
     WaveOutFormat m_format;
     std::atomic<bool> m_bStopping{false};
+    std::string m_strError;  // set by OpenBackend when it fails
 
   private:
     struct Pending {

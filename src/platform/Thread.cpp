@@ -51,6 +51,11 @@ bool CWinThread::PeekMessage() const {
     return !m_queue.empty();
 }
 
+bool CWinThread::WaitForMessage(std::chrono::steady_clock::time_point until) const {
+    std::unique_lock<std::mutex> lock(m_queueMutex);
+    return m_queueCv.wait_until(lock, until, [this] { return !m_queue.empty(); });
+}
+
 bool CWinThread::PumpMessage() {
     ThreadMessage msg;
     {

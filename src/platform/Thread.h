@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -42,6 +43,9 @@ class CWinThread {
     bool PeekMessage() const;
     // Waits for one message and runs it. Returns false when it was the quit message.
     bool PumpMessage();
+    // Waits until a message is waiting or the time has come, whichever is first; true when a
+    // message is waiting. Lets a loop that paces itself by a clock still answer at once.
+    bool WaitForMessage(std::chrono::steady_clock::time_point until) const;
 
     virtual bool InitInstance() { return true; }
     // The message loop: pumps until the quit message. Returns ExitInstance's result.
@@ -58,7 +62,7 @@ class CWinThread {
     void ThreadMain();
 
     mutable std::mutex m_queueMutex;
-    std::condition_variable m_queueCv;
+    mutable std::condition_variable m_queueCv;
     std::deque<ThreadMessage> m_queue;
     std::thread m_thread;
     std::atomic<std::thread::id> m_threadId{};

@@ -66,10 +66,23 @@ std::string settlePath(std::string &strInUse, std::string &strRequest) {
     return strInUse;
 }
 
+// What a file was like when it last failed to load: the same path in the same state fails the
+// same way, so it isn't read (nor reported) again until it changes.
+std::string fileState(const std::string &strFile) {
+    struct stat st {};
+    if (::stat(strFile.c_str(), &st) != 0) {
+        return strFile + "|missing";
+    }
+    return strFile + "|" + std::to_string(st.st_size) + "|" + std::to_string(st.st_mtim.tv_sec) +
+           "." + std::to_string(st.st_mtim.tv_nsec);
+}
+
 // Loads a set from its file into pSet (made when missing). With bCheckFile the file is first
-// opened on its own, and a missing one is reported. A failed load drops the set.
+// opened on its own, and a missing one is reported. A failed load drops the set. strFailed
+// holds the state of the file that failed last: the engine asks again at every block while a
+// request stands, and a file that hasn't changed since it failed is neither read nor reported.
 int loadSet(std::unique_ptr<CHELPER_HRTF> &pSet, const std::string &strPath, bool bCheckFile,
-            int iSampleRate) {
+            int iSampleRate, std::string &strFailed) {
     if (pSet == nullptr) {
         pSet = std::make_unique<CHELPER_HRTF>();
     }
@@ -79,11 +92,17 @@ int loadSet(std::unique_ptr<CHELPER_HRTF> &pSet, const std::string &strPath, boo
         return -1;
     }
     const std::string file = qk::ResolveDataPath(strPath);
+    const std::string state = fileState(file);
+    if (state == strFailed) {
+        pSet.reset();
+        return -1;
+    }
     if (bCheckFile) {
         std::FILE *test = std::fopen(file.c_str(), "rb");
         if (test == nullptr) {
             qk::Report("QKHRTF file not found", "FAILURE", qk::Severity::Error);
             pSet.reset();
+            strFailed = state;
             return -1;
         }
         std::fclose(test);
@@ -92,8 +111,10 @@ int loadSet(std::unique_ptr<CHELPER_HRTF> &pSet, const std::string &strPath, boo
     pSet->m_pStream = nullptr;
     if (pSet->ReadWrite(0, file) != 0) {
         pSet.reset();
+        strFailed = state;
         return -1;
     }
+    strFailed.clear();
     pSet->m_iSampleRate = iSampleRate;
     return 0;
 }
@@ -358,10 +379,9 @@ bool CQUENDARIC_PARAMETERS::LoadSettings(const void *pData, size_t size) {
     } catch (const qk::CArchiveException &) {
         return false;
     }
-    // Bytes beyond the last field mean this is some other file.
-    if (ar.Remaining() != 0) {
-        return false;
-    }
+    // Bytes beyond the last field are left unread: a later version may have written more
+    // fields, and the version word doesn't tell. Only a file too short for the fields is
+    // refused.
     Apply(v);
     return true;
 }
@@ -427,7 +447,7 @@ int CQUENDARIC_PARAMETERS::SetHRTF() {
         std::lock_guard<std::recursive_mutex> guard(m_csStrings);
         path = settlePath(m_strHRTF, m_strHRTFRequest);
     }
-    if (loadSet(m_pHRTF, path, true, m_iSampleRate) != 0) {
+    if (loadSet(m_pHRTF, path, true, m_iSampleRate, m_strFailedHRTF) != 0) {
         return -1;
     }
     SetHRTF_CTC();
@@ -440,7 +460,7 @@ int CQUENDARIC_PARAMETERS::SetHRTF_CTC() {
         std::lock_guard<std::recursive_mutex> guard(m_csStrings);
         path = settlePath(m_strHRTF_CTC, m_strHRTFRequest_CTC);
     }
-    return loadSet(m_pHRTF_CTC, path, false, m_iSampleRate);
+    return loadSet(m_pHRTF_CTC, path, false, m_iSampleRate, m_strFailedHRTF_CTC);
 }
 
 bool CQUENDARIC_PARAMETERS::HRTFRequestPending() const {

@@ -136,6 +136,9 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
     qk::Relaxed<int> m_iHoldIRs = 0;
     std::unique_ptr<CHELPER_HRTF> m_pHRTF;      // the set in use; null until the first load
     std::unique_ptr<CHELPER_HRTF> m_pHRTF_CTC;  // the canceller's set
+    // The file (and its size and time) whose load failed last, for each set: engine thread.
+    std::string m_strFailedHRTF;
+    std::string m_strFailedHRTF_CTC;
     std::string m_strApplication;
     qk::Relaxed<int> m_iHRTFChanged = 0;
 

@@ -1,5 +1,7 @@
 #include "sdk/CQUENDARIK_PROCESSOR.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstring>
 
 #include "platform/Paths.h"
@@ -112,6 +114,11 @@ void CQUENDARIK_PROCESSOR::OnPlay(uintptr_t, intptr_t) {
             source->_init(iBlockLength, iSampleRate);
         }
     }
+    using Clock = std::chrono::steady_clock;
+    const auto blockTime = std::chrono::duration_cast<Clock::duration>(
+        std::chrono::duration<double>(static_cast<double>(iBlockLength) / iSampleRate));
+    Clock::time_point due = Clock::now();  // when the next clocked block is due
+    bool bClocked = false;                 // the last block reached no device
     for (;;) {
         if (m_iStopRequested != 0) {
             break;
@@ -125,6 +132,12 @@ void CQUENDARIK_PROCESSOR::OnPlay(uintptr_t, intptr_t) {
                 return;
             }
         }
+        if (bClocked && Clock::now() < due) {
+            if (m_iStopRequested == 0) {
+                WaitForMessage(due);  // a message cuts the wait short; it is run first
+            }
+            continue;
+        }
         if (m_iPaused == 0) {
             {
                 // Held while walking the list, so that a host thread adding a source can't
@@ -134,13 +147,21 @@ void CQUENDARIK_PROCESSOR::OnPlay(uintptr_t, intptr_t) {
                     source->_process_1P(nullptr, iBlockLength, iBits, iChannels, iSampleRate);
                 }
             }
-            _processWinAmp(iBlockLength, iBits, iChannels, iSampleRate);
+            const int result = _processWinAmp(iBlockLength, iBits, iChannels, iSampleRate);
             m_iBlocks = m_iBlocks + 1;
-            // Unpaced (no device, or nothing to render) this loop would take the lock back at
-            // once, every time; host threads waiting for it go first.
+            // The device's wait for a free buffer is the loop's clock. A block that reached no
+            // device (none opens, or nothing was rendered: no HRTF set, no listener) is paced
+            // by the clock instead, so that play keeps to real time and doesn't spin. With no
+            // output at all (-2) blocks are made as fast as they can be.
+            const bool bDevicePaced = result == 1 && m_Playback.IsOpen();
+            bClocked = result == -1 || (result == 1 && !bDevicePaced);
+            due = bClocked ? std::max(due + blockTime, Clock::now()) : Clock::now();
+            // Unpaced this loop would take the lock back at once, every time; host threads
+            // waiting for it go first.
             m_csEngine.YieldToWaiters();
         } else {
-            std::this_thread::yield();
+            // Paused: nothing to do but answer messages and notice the end of the pause.
+            WaitForMessage(Clock::now() + std::chrono::milliseconds(10));
         }
     }
     {

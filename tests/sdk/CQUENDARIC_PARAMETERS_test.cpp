@@ -76,14 +76,32 @@ TEST(CQUENDARIC_PARAMETERS, TruncatedOrForeignFilesChangeNothing) {
         bad.emplace_back(good.begin(), good.begin() + static_cast<long>(cut));
     }
     bad.push_back(good);
-    bad.back().push_back(0);  // one byte too many: not a settings file
-    bad.push_back(good);
     bad.back()[44] = 0xFF;  // the first string's length claims more than there is
     for (const auto &bytes : bad) {
         WriteBytes(dir.File("bad.qksettings"), bytes);
         p._read();
         EXPECT_EQ(p.StoreSettings(), before) << bytes.size() << " bytes";
     }
+}
+
+// A later version may add fields at the end: the leading ones are read as they stand.
+TEST(CQUENDARIC_PARAMETERS, AFileWithMoreFieldsGivesItsLeadingOnes) {
+    ScopedSettingsDir dir("later");
+    std::vector<uint8_t> bytes;
+    {
+        CQUENDARIC_PARAMETERS writer;
+        writer.m_strApplication = "unused";
+        writer.m_fGain = -7.5f;
+        writer.m_iPostEQ = 2;
+        bytes = writer.StoreSettings();
+    }
+    bytes.insert(bytes.end(), 16, 0xA5);
+    WriteBytes(dir.File("late.qksettings"), bytes);  // four letters name the file
+    CQUENDARIC_PARAMETERS p;
+    p.m_strApplication = "later";
+    p._read();
+    EXPECT_EQ(p.m_fGain, -7.5f);
+    EXPECT_EQ(p.m_iPostEQ, 2);
 }
 
 TEST(CQUENDARIC_PARAMETERS, AFailedWriteKeepsTheOldFile) {

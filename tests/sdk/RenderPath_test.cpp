@@ -2,6 +2,8 @@
 // the values callback and the real device.
 #include <gtest/gtest.h>
 
+#include <time.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -266,4 +268,71 @@ TEST(RenderOnDevice, ThreeSecondsOfBlocksTakeRealTimeAndEachReachesTheCallback) 
         EXPECT_EQ(seen.calls, blocks);
     }
     unsetenv("QK_ALSA_DEVICE");
+}
+
+namespace {
+int g_reportCount = 0;
+int countReport(unsigned long, const char *, const char *, int) {
+    ++g_reportCount;
+    return QK_ANSWER_OK;
+}
+
+double processCpuSeconds() {
+    timespec t{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+    return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
+}
+}  // namespace
+
+// A play that reaches no device, because none opens or because no block can be made without
+// a data set, keeps to real time on a clock: it neither spins a core nor floods the host.
+TEST(PlayWithoutOutput, KeepsToRealTimeAndReportsOnce) {
+    if (!haveDefaultSet()) {
+        GTEST_SKIP() << "the build's default HRTF set is missing";
+    }
+    struct Case {
+        const char *device;
+        std::string set;
+    };
+    const Case cases[] = {
+        {"no-such-device", kDefaultSet},
+        {"virtual", qktest::ScratchPath("no-such-set.qkhrtf")},
+    };
+    constexpr int kBlock = 2048;
+    constexpr double kSeconds = 3.0;
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.device);
+        setenv("QK_ALSA_DEVICE", c.device, 1);
+        {
+            CQKSDK sdk;
+            sdk.qk_Appl_Register_On_Message(&countReport, 0);
+            g_reportCount = 0;
+            sdk.qk_HRTF_Set_Full(c.set.c_str());
+            sdk.qk_Asnk_Set(-1);
+            sdk.qkSimSetBlockLength(kBlock);
+            int listener = 0;
+            int noiseId = 0;
+            int object = 0;
+            sdk.qk_Vrcv_Add(listener);
+            sdk.qk_Ssrc_Add_Gauss(noiseId);
+            sdk.qk_Vsrc_Add(object, noiseId, 0, 1.0f, 1.0f, 0.0f, "noise");
+            const double cpu = processCpuSeconds();
+            const auto start = std::chrono::steady_clock::now();
+            sdk.qkPlay();
+            std::this_thread::sleep_for(std::chrono::duration<double>(kSeconds));
+            int blocks = 0;
+            sdk.qk_Siml_Get_Blocks(blocks);
+            const double wall =
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+            const double used = processCpuSeconds() - cpu;
+            sdk.qkStop();
+            EXPECT_LE(blocks, static_cast<int>(wall * kRate / kBlock) + 1);
+            EXPECT_GE(blocks, static_cast<int>(kSeconds * kRate / kBlock) / 2);
+            EXPECT_LT(used, wall / 3.0);
+            EXPECT_GE(g_reportCount, 1);
+            EXPECT_LE(g_reportCount, 3);
+            sdk.qk_Appl_Register_On_Message(nullptr, 0);
+        }
+        unsetenv("QK_ALSA_DEVICE");
+    }
 }
