@@ -43,21 +43,33 @@ uint32_t CSOURCE_WAVE::Read(uint8_t *pbDest, uint32_t iBytes) {
     return got;
 }
 
-bool CSOURCE_WAVE::SkipOffset() {
+uint64_t CSOURCE_WAVE::ReadOffset(uint8_t *pbKeep, uint32_t iKeep) {
     if (m_iOffset <= 0 || m_pwfx == nullptr) {
-        return true;
+        return 0;
     }
-    // Read in pieces: an absurd offset costs reading, never a huge allocation.
-    uint64_t left = static_cast<uint64_t>(m_pwfx->nBlockAlign) * static_cast<uint64_t>(m_iOffset);
+    // Read in pieces: an absurd offset costs reading, never a huge allocation. The first
+    // iKeep bytes land in pbKeep, the rest are dropped.
+    const uint64_t total =
+        static_cast<uint64_t>(m_pwfx->nBlockAlign) * static_cast<uint64_t>(m_iOffset);
+    uint64_t done = 0;
     uint8_t scratch[4096];
-    while (left > 0) {
-        const uint32_t piece = static_cast<uint32_t>(std::min<uint64_t>(left, sizeof scratch));
-        if (Read(scratch, piece) != piece) {
-            return false;
+    while (done < total) {
+        uint8_t *into = done < iKeep ? pbKeep + done : scratch;
+        const uint64_t room = done < iKeep ? iKeep - done : sizeof scratch;
+        const uint32_t piece = static_cast<uint32_t>(std::min(total - done, room));
+        const uint32_t got = Read(into, piece);
+        done += got;
+        if (got != piece) {
+            break;
         }
-        left -= piece;
     }
-    return true;
+    return done;
+}
+
+bool CSOURCE_WAVE::SkipOffset() {
+    return m_pwfx == nullptr || m_iOffset <= 0 ||
+           ReadOffset(nullptr, 0) ==
+               static_cast<uint64_t>(m_pwfx->nBlockAlign) * static_cast<uint64_t>(m_iOffset);
 }
 
 int CSOURCE_WAVE::_init(int, int) {
@@ -120,8 +132,6 @@ bool CSOURCE_WAVE::Reopen() {
 int CSOURCE_WAVE::ReadLooping(int iRead) {
     const uint32_t want = static_cast<uint32_t>(m_pwfx->nBlockAlign) * static_cast<uint32_t>(iRead);
     const WAVEFORMATEX format = *m_pwfx;
-    const uint32_t offsetBytes = static_cast<uint32_t>(
-        std::min<uint64_t>(static_cast<uint64_t>(format.nBlockAlign) * m_iOffset, want));
     uint32_t pos = 0;
     uint32_t got = 0;
     uint32_t from = 0;
@@ -142,8 +152,10 @@ int CSOURCE_WAVE::ReadLooping(int iRead) {
                 got = 0;
                 break;
             }
+            // The offset's frames are read to the start of the block, as far as it holds
+            // them, and the rest of the offset is skipped: the file goes on behind it.
             from = 0;
-            got = Read(m_bytes.data(), offsetBytes);
+            got = static_cast<uint32_t>(std::min<uint64_t>(ReadOffset(m_bytes.data(), want), want));
         }
         pos += got;
     }

@@ -40,6 +40,8 @@ class CSOURCE_WAVE : public CSOURCE_FILE {
   private:
     // Closes the file and opens it again at the start of its data; false when that fails.
     bool Reopen();
+    // Reads the offset's bytes in pieces, the first iKeep of them to pbKeep; the bytes read.
+    uint64_t ReadOffset(uint8_t *pbKeep, uint32_t iKeep);
     // Reads and discards the offset's bytes; false when fewer came.
     bool SkipOffset();
     // Reads up to iBytes from the data chunk; the count read.

@@ -89,6 +89,19 @@ TEST_F(WaveSource, TheOffsetIsSkippedAtTheStartAndAtEachWrap) {
     // block and are what this block converts; the file then goes on behind the offset.
     EXPECT_EQ(Next(wave), (std::vector<float>{1, 2, 3, 7}));
     EXPECT_EQ(Next(wave), (std::vector<float>{4, 5, 6, 7}));
+
+    // An offset of three blocks: the wrap block holds as much of it as fits, and every pass
+    // after the first goes on at the offset, never at the frames it skips.
+    CSOURCE_WAVE longer;
+    longer.SetFile(Make("offset-long.wav", ramp(30), 1, 44100));
+    longer.SetVariable("Offset", "12");
+    for (int pass = 0; pass < 3; ++pass) {
+        EXPECT_EQ(Next(longer), (std::vector<float>{13, 14, 15, 16}));
+        for (int block = 0; block < 3; ++block) {
+            Next(longer);
+        }
+        EXPECT_EQ(Next(longer), (std::vector<float>{1, 2, 3, 4}));  // 29, 30, then the wrap
+    }
 }
 
 TEST_F(WaveSource, OtherRatesAreZeroStuffedOrPlayedAsRead) {
