@@ -2,6 +2,7 @@
 # Debian), configures, builds and runs.
 BUILD      ?= build
 BUILD_SAN  ?= build-sanitize
+BUILD_TSAN ?= build-thread
 JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
 
@@ -11,7 +12,8 @@ COMMON_ROOT ?= $(or $(QK_COMMON_ROOT),$(if $(XDG_DATA_HOME),$(XDG_DATA_HOME)/que
 HRTF_DIR    := $(COMMON_ROOT)/TORVELLAN/Common/QKHRTF
 HRTF_SETS   := VORLAN1_16s_DFE.qkhrtf KEMAR_SMALL_16s_DFE.qkhrtf
 
-.PHONY: all deps build build-sanitize demo test test-fast test-sanitize bench format clean hrtf-sets
+.PHONY: all deps build build-sanitize build-thread demo test test-fast test-sanitize test-thread \
+        bench format clean hrtf-sets
 
 all: build
 
@@ -30,6 +32,14 @@ build: deps $(BUILD)/CMakeCache.txt
 build-sanitize: deps $(BUILD_SAN)/CMakeCache.txt
 	cmake --build $(BUILD_SAN) -j $(JOBS)
 
+$(BUILD_TSAN)/CMakeCache.txt: | deps
+	cmake -S . -B $(BUILD_TSAN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQK_TSAN=ON -DQK_BENCH=OFF \
+	  -DQK_TOOLS=OFF $(CMAKE_ARGS)
+
+# Only the tests of host threads against the playing engine are built under ThreadSanitizer.
+build-thread: deps $(BUILD_TSAN)/CMakeCache.txt
+	cmake --build $(BUILD_TSAN) -j $(JOBS) --target quendarik_thread_tests
+
 # The build makes the default HRTF sets (from the MIT KEMAR measurements of libmysofa1);
 # they are copied to where the engine asks for them, unless a newer copy is there.
 hrtf-sets: build
@@ -43,8 +53,9 @@ hrtf-sets: build
 demo: build hrtf-sets
 	$(BUILD)/tools/quendarik demo
 
-# The whole suite, then the same suite under AddressSanitizer and UndefinedBehaviorSanitizer.
-test: test-fast test-sanitize
+# The whole suite, then the same suite under AddressSanitizer and UndefinedBehaviorSanitizer,
+# then the thread tests under ThreadSanitizer.
+test: test-fast test-sanitize test-thread
 
 test-fast: build hrtf-sets
 	cd $(BUILD) && $(CURDIR)/scripts/with-pulse.sh ctest --output-on-failure -j $(JOBS)
@@ -53,6 +64,12 @@ test-sanitize: build-sanitize
 	cd $(BUILD_SAN) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 $(CURDIR)/scripts/with-pulse.sh ctest --output-on-failure -j $(JOBS)
 
+# setarch -R: ThreadSanitizer needs the address layout without the kernel's widest
+# randomisation.
+test-thread: build-thread
+	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 setarch $$(uname -m) -R \
+	  $(BUILD_TSAN)/tests/quendarik_thread_tests
+
 bench: build
 	$(BUILD)/bench/quendarik_bench
 
@@ -60,4 +77,4 @@ format:
 	clang-format -i $$(git ls-files '*.cpp' '*.h')
 
 clean:
-	rm -rf $(BUILD) $(BUILD_SAN)
+	rm -rf $(BUILD) $(BUILD_SAN) $(BUILD_TSAN)

@@ -12,11 +12,20 @@
 // Texts for the user (a file that can't be read, an unsupported kind of file) go to the
 // handler installed with qk_Appl_Register_On_Message, or to standard error.
 //
-// Threads: every operation may be called from any host thread. Setters of scalar values and
-// positions work without the engine lock and take effect at the next block; a host that wants
-// several changes to land in one block brackets them with qk_Enter_CS / qk_Leave_CS. qkStop
-// and the destructor wait for the engine thread and must not be called from the values
-// callback, which runs on the engine thread.
+// Threads: every operation may be called from any host thread. The engine holds its lock for
+// the whole calculation of a block, so what takes the lock may wait that long. What never
+// waits for a block:
+// - moves and turns: qk_Vsrc_Set_Position and qk_Vrcv_Set_Position_LookAt leave the new pose
+//   for the engine, which takes it whole at the start of the next block (a block never sees
+//   half of a move); they allocate nothing and may be called at any rate from any thread;
+// - setters and getters of scalar values (Siml, CTC, the gain and shelves) write and read
+//   plain words that the next block reads.
+// Everything else takes the engine lock and may wait for the block in progress: adding and
+// removing objects, their enable, descriptions and getters (which see the moves left before
+// them), files, data sets, models, the output device. A host that wants several changes to land in
+// one block brackets them with qk_Enter_CS / qk_Leave_CS: no block starts in between. qkStop and
+// the destructor wait for the engine thread and must not be called from the values callback, which
+// runs on the engine thread.
 //
 // Output buffers of char * are written without a length: give them room for 512 characters.
 #pragma once
@@ -172,6 +181,15 @@ class CQKSDK {
     int qk_Siml_Set_Frequency_HSF(float fValue);
     int qk_Siml_Get_Frequency_HSF(float &fValue);
     int qk_Siml_Process_WinAmp(int iSamples, int iBits, int iChannels, int iSampleRate);
+    // How a file source whose rate differs from the engine's is brought to the engine's rate,
+    // for every file source of the engine. 0 (the default): the library's own integer
+    // zero-stuffing, which hosts may rely on: unless the rates are whole multiples a file
+    // plays at the wrong speed and pitch (a 48 kHz file at 44.1 kHz, a 22.05 kHz file with
+    // half-filled blocks). 1: a band-limited
+    // conversion (libsamplerate), seamless across blocks, at the right speed and pitch. Takes
+    // the engine lock.
+    int qk_Siml_Set_FileResampling(int iQuality);
+    int qk_Siml_Get_FileResampling(int &iQuality);
     // Blocks the engine's play loop has made since the last qkPlay (a diagnostic count).
     int qk_Siml_Get_Blocks(int &iBlocks);
 

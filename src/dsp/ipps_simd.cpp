@@ -5,7 +5,8 @@
 // On x86-64 each kernel is built twice, for the baseline and for AVX2, and the loader picks
 // the one the processor runs. Floating-point contraction is off in standard C++ mode, so both
 // give the same bits.
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__SANITIZE_ADDRESS__)
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__SANITIZE_ADDRESS__) && \
+    !defined(__SANITIZE_THREAD__)
 #define QK_KERNEL __attribute__((target_clones("avx2", "default")))
 #else
 #define QK_KERNEL

@@ -5,7 +5,7 @@
 //
 // QK_VECTORIZE_WIDE also makes an AVX2 version of the function beside the baseline one on
 // x86-64; the loader picks the one the processor runs. Sanitizer builds keep one version, as
-// the signal layer's kernels do: the loader's choice runs before the sanitizer's runtime.
+// the signal layer's kernels do: the loader's choice runs before the sanitizer's runtime (either sanitizer).
 #pragma once
 
 #if defined(__GNUC__) && !defined(__clang__)
@@ -14,7 +14,8 @@
 #define QK_VECTORIZE
 #endif
 
-#if defined(__x86_64__) && defined(__linux__) && !defined(__SANITIZE_ADDRESS__)
+#if defined(__x86_64__) && defined(__linux__) && !defined(__SANITIZE_ADDRESS__) && \
+    !defined(__SANITIZE_THREAD__)
 #define QK_VECTORIZE_WIDE QK_VECTORIZE __attribute__((target_clones("avx2", "default")))
 #else
 #define QK_VECTORIZE_WIDE QK_VECTORIZE

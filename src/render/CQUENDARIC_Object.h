@@ -9,6 +9,7 @@
 #include "dsp/IppBuffer.h"
 #include "platform/Object.h"
 #include "render/CDrawElement.h"
+#include "render/CPoseSlot.h"
 #include "world/C3Point.h"
 
 class CQUENDARIC_PARAMETERS;
@@ -78,6 +79,8 @@ class CQUENDARIC_Object : public qk::CObject {
     int m_iReserved = 0;
     int m_iInitialized = 0;  // Initialize has run
     int m_iObjectFlag = 1;   // kept in archives only
+    // A move published by a host thread, taken by the engine at the start of the next block.
+    CPoseSlot m_PoseRequest;
     int m_iObjectMode = 0;
     float m_fLowCorner = 500.0f;  // Hz
     float m_fLowLevel = 0.0f;

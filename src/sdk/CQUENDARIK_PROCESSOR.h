@@ -19,6 +19,7 @@
 #include "platform/Thread.h"
 #include "render/CQUENDARIC_Object_Sink.h"
 #include "render/CQUENDARIC_Object_Source.h"
+#include "sdk/CMoveDirectory.h"
 #include "sdk/CQUENDARIC_PARAMETERS.h"
 #include "sources/CSINK_WAVE.h"
 #include "sources/CSOURCE.h"
@@ -89,7 +90,8 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     // The description of the object and of its draw element.
     int Set3DSource_Description(int iID, const std::string &strDescription);
     int Set3DSource_SelectedChannelPlaylist(int iID, int iAudioLink);
-    // Moves the world entry and the object; the angles follow once a listener is known.
+    // Moves the world entry and the object at the start of the next block; the angles follow
+    // once a listener is known. Never waits for the engine lock; -1 for an unknown id.
     int Set3DSource_Position(int iID, float x, float y, float z);
     int Get3DSource_Position(int iID, float &x, float &y, float &z);
     // Moves the object to its world entry's position; -2 when it has no entry.
@@ -119,7 +121,8 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     CQUENDARIC_Object_Sink *GetSink();
     // Its block, or null; the argument isn't used.
     float *GetSinkData(int iID);
-    // Moves the listener (metres; the look-at is a point) and its world entry.
+    // Moves the listener (metres; the look-at is a point) and its world entry at the start of
+    // the next block. Never waits for the engine lock; -1 for an unknown id.
     int Set3DListener_Position_LookAt(int iID, float x, float y, float z, float lx, float ly,
                                       float lz);
     // Read from the world entry, or from the listener when it has none.
@@ -163,6 +166,11 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
 
     // True once the engine thread has left its message loop for good.
     bool HasExited() const { return m_iExited != 0; }
+    // How file sources at another rate than the engine's are converted: 0 the source base's
+    // integer zero-stuffing (the default), 1 band-limited. Applies to every file source, those
+    // there now and those added later.
+    int SetFileResampling(int iQuality);
+    int GetFileResampling() const { return m_iFileResampling; }
     // Blocks made by the play loop since the last play started.
     int GetBlockCount() const { return m_iBlocks; }
 
@@ -201,6 +209,11 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
   private:
     struct WinAmpCall;
 
+    // Makes the move directory anew from the lists; under the lock, after every change.
+    void RefreshMoves();
+    // Applies the moves hosts have left since the last block; under the lock.
+    void TakeMoves();
+
     // Steps of one block under the lock; the block to hand to the device, or null when none
     // was made.
     float *RenderBlock(int n, int iBits, int b, int iChannels, int iSampleRate);
@@ -214,6 +227,8 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     void OnStop(uintptr_t wParam, intptr_t lParam);
     void OnProcessWinAmp(uintptr_t wParam, intptr_t lParam);
 
+    CMoveDirectory m_Moves;  // where hosts leave moves without the engine lock
+    qk::Relaxed<int> m_iFileResampling = 0;
     qk::Relaxed<int> m_iExited = 0;
     qk::Relaxed<int> m_iBlocks = 0;
     bool m_bInPlay = false;  // engine thread only

@@ -21,6 +21,19 @@ void eraseEntry(std::vector<std::unique_ptr<T>> &list, const T *pEntry) {
     }
 }
 
+// Takes one entry out of a list of owned entries, by identity, and gives it to the caller.
+template <typename T>
+std::unique_ptr<T> takeEntry(std::vector<std::unique_ptr<T>> &list, const T *pEntry) {
+    std::unique_ptr<T> taken;
+    auto it = std::find_if(list.begin(), list.end(),
+                           [pEntry](const std::unique_ptr<T> &p) { return p.get() == pEntry; });
+    if (it != list.end()) {
+        taken = std::move(*it);
+        list.erase(it);
+    }
+    return taken;
+}
+
 // The first entry of a list of owned objects with that id, or null.
 template <typename T>
 T *findById(const std::vector<std::unique_ptr<T>> &list, int iID) {
@@ -57,6 +70,7 @@ int CQUENDARIK_PROCESSOR::Add3DSource_Sound(int &iID, int iSoundID, int iAudioLi
         }
     }
     m_list3DSources.push_back(std::move(pObject));
+    RefreshMoves();
     return 0;
 }
 
@@ -78,6 +92,7 @@ int CQUENDARIK_PROCESSOR::Add3DSource_Sound(int &iID, int iSoundID, int iAudioLi
         }
     }
     m_list3DSources.push_back(std::move(pObject));
+    RefreshMoves();
     return 0;
 }
 
@@ -93,15 +108,49 @@ int CQUENDARIK_PROCESSOR::Remove3DSourceSound(int iID) {
     auto it = std::find_if(m_list3DSources.begin(), m_list3DSources.end(),
                            [](const auto &p) { return p->m_iRemoveMark != 0; });
     CVRSoundSource *pEntry = (*it)->m_pVRSource;
+    // Out of the move directory before it is deleted: a host may be moving it right now.
+    const std::unique_ptr<CQUENDARIC_Object_Source> leaving = std::move(*it);
     m_list3DSources.erase(it);
+    RefreshMoves();
     eraseEntry(m_Parameters.m_World.m_VRSources, pEntry);
     return 0;
 }
 
 int CQUENDARIK_PROCESSOR::RemoveAll3DSources() {
     Guard guard(m_csEngine);
+    const auto leaving = std::move(m_list3DSources);
     m_list3DSources.clear();
+    RefreshMoves();
     return 0;
+}
+
+void CQUENDARIK_PROCESSOR::RefreshMoves() {
+    m_Moves.Rebuild(m_list3DSources, m_list3DSinks);
+}
+
+void CQUENDARIK_PROCESSOR::TakeMoves() {
+    CPoseSlot::Pose pose{};
+    for (auto &object : m_list3DSources) {
+        if (object->m_PoseRequest.Take(pose)) {
+            const C3Point point(pose[0], pose[1], pose[2], 0);
+            // The world entry first: the object follows it when it renders.
+            if (object->m_pVRSource != nullptr) {
+                object->m_pVRSource->m_position = point;
+            }
+            object->Move(point);
+        }
+    }
+    for (auto &sink : m_list3DSinks) {
+        if (sink->m_PoseRequest.Take(pose)) {
+            const C3Point position(pose[0], pose[1], pose[2], 0);
+            const C3Point lookAt(pose[3], pose[4], pose[5], 0);
+            sink->Move_LookAt(position, lookAt);
+            if (sink->m_pClient != nullptr) {
+                sink->m_pClient->m_position = position;
+                sink->m_pClient->m_lookAt = lookAt;
+            }
+        }
+    }
 }
 
 CQUENDARIC_Object_Source *CQUENDARIK_PROCESSOR::Get3DSourceFromID(int iID) {
@@ -166,21 +215,12 @@ int CQUENDARIK_PROCESSOR::Set3DSource_SelectedChannelPlaylist(int iID, int iAudi
 }
 
 int CQUENDARIK_PROCESSOR::Set3DSource_Position(int iID, float x, float y, float z) {
-    Guard guard(m_csEngine);
-    CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
-    if (pObject == nullptr) {
-        return -1;
-    }
-    const C3Point point(x, y, z, 0);
-    if (pObject->m_pVRSource != nullptr) {
-        pObject->m_pVRSource->m_position = point;
-    }
-    pObject->Move(point);
-    return 0;
+    return m_Moves.PublishSource(iID, {x, y, z, 0.0f, 0.0f, 0.0f}) ? 0 : -1;
 }
 
 int CQUENDARIK_PROCESSOR::Get3DSource_Position(int iID, float &x, float &y, float &z) {
     Guard guard(m_csEngine);
+    TakeMoves();  // a move the host left is seen at once
     const CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
     if (pObject == nullptr) {
         return -1;
@@ -193,6 +233,7 @@ int CQUENDARIK_PROCESSOR::Get3DSource_Position(int iID, float &x, float &y, floa
 
 int CQUENDARIK_PROCESSOR::Update3DSource_Position(int iID) {
     Guard guard(m_csEngine);
+    TakeMoves();  // a move the host left is seen at once
     CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
     if (pObject == nullptr) {
         return -1;
@@ -207,6 +248,7 @@ int CQUENDARIK_PROCESSOR::Update3DSource_Position(int iID) {
 int CQUENDARIK_PROCESSOR::Get3DSource_Binaural_Position(int iID, float &fDistance, float &fAzimuth,
                                                         float &fElevation) {
     Guard guard(m_csEngine);
+    TakeMoves();  // a move the host left is seen at once
     const CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
     if (pObject == nullptr) {
         return -1;
@@ -273,6 +315,7 @@ int CQUENDARIK_PROCESSOR::Add3DListener(int &iID) {
     pClient->m_position = pSink->m_position;
     pClient->m_lookAt = pSink->m_lookAt;
     m_list3DSinks.push_back(std::move(pSink));
+    RefreshMoves();
     return 0;
 }
 
@@ -299,7 +342,9 @@ int CQUENDARIK_PROCESSOR::Remove3DListener(int iID) {
         }
     }
     const CVRClient *pClient = pSink->m_pClient;
-    eraseEntry(m_list3DSinks, static_cast<const CQUENDARIC_Object_Sink *>(pSink));
+    const auto leaving =
+        takeEntry(m_list3DSinks, static_cast<const CQUENDARIC_Object_Sink *>(pSink));
+    RefreshMoves();
     eraseEntry(m_Parameters.m_World.m_VRClients, pClient);
     qk::Report("TODO: Remove3DListener", kCaption, qk::Severity::Info);
     return 0;
@@ -311,7 +356,9 @@ int CQUENDARIK_PROCESSOR::RemoveAll3DListeners() {
         object->m_pSink = nullptr;
     }
     m_pCurrentSink = nullptr;
+    const auto leaving = std::move(m_list3DSinks);
     m_list3DSinks.clear();
+    RefreshMoves();
     return 0;
 }
 
@@ -338,24 +385,13 @@ float *CQUENDARIK_PROCESSOR::GetSinkData(int) {
 
 int CQUENDARIK_PROCESSOR::Set3DListener_Position_LookAt(int iID, float x, float y, float z,
                                                         float lx, float ly, float lz) {
-    Guard guard(m_csEngine);
-    CQUENDARIC_Object_Sink *pSink = Get3DSinkFromID(iID);
-    if (pSink == nullptr) {
-        return -1;
-    }
-    const C3Point position(x, y, z, 0);
-    const C3Point lookAt(lx, ly, lz, 0);
-    pSink->Move_LookAt(position, lookAt);
-    if (pSink->m_pClient != nullptr) {
-        pSink->m_pClient->m_position = position;
-        pSink->m_pClient->m_lookAt = lookAt;
-    }
-    return 0;
+    return m_Moves.PublishSink(iID, {x, y, z, lx, ly, lz}) ? 0 : -1;
 }
 
 int CQUENDARIK_PROCESSOR::Get3DListener_Position_LookAt(int iID, float &x, float &y, float &z,
                                                         float &lx, float &ly, float &lz) {
     Guard guard(m_csEngine);
+    TakeMoves();  // a move the host left is seen at once
     const CQUENDARIC_Object_Sink *pSink = Get3DSinkFromID(iID);
     if (pSink == nullptr) {
         return -1;
@@ -375,6 +411,7 @@ int CQUENDARIK_PROCESSOR::Get3DListener_Position_LookAt(int iID, float &x, float
 
 int CQUENDARIK_PROCESSOR::Update3DListener_Position(int iID) {
     Guard guard(m_csEngine);
+    TakeMoves();  // a move the host left is seen at once
     CQUENDARIC_Object_Sink *pSink = Get3DSinkFromID(iID);
     if (pSink == nullptr) {
         return -1;

@@ -39,6 +39,7 @@ int CQUENDARIK_PROCESSOR::_processWinAmp(int iLength, int iBits, int iChannels, 
 
 float *CQUENDARIK_PROCESSOR::RenderBlock(int n, int iBits, int b, int iChannels, int iRate) {
     CQUENDARIC_PARAMETERS &p = m_Parameters;
+    TakeMoves();
     if (p.m_iSaveWave == 1 && m_SinkWave.m_iInitialized == 0) {
         m_SinkWave._init(n, iChannels, b, iRate);
     }

@@ -89,21 +89,35 @@ int RunBench(int argc, char **argv) {
     Scene scene;
     int sources = 1;
     int taps = 512;
+    bool moves = false;
     std::vector<std::string> rest;
     if (!ParseScene(argc, argv, scene, &rest)) {
         return 2;
     }
     for (size_t i = 0; i < rest.size(); ++i) {
-        if (rest[i] == "--sources" && i + 1 < rest.size()) {
+        if (rest[i] == "--moves") {
+            moves = true;
+        } else if (rest[i] == "--sources" && i + 1 < rest.size()) {
             sources = std::atoi(rest[++i].c_str());
         } else if (rest[i] == "--taps" && i + 1 < rest.size()) {
             taps = std::atoi(rest[++i].c_str());
         } else {
             std::fprintf(stderr,
                          "usage: quendarik bench [--sources N] [--block B] [--seconds S] "
-                         "[--taps T]\n");
+                         "[--taps T]\n"
+                         "       quendarik bench --moves [--block B] [--seconds S]\n");
             return 2;
         }
+    }
+    if (moves) {
+        // Blocks of 512 and 8192 unless one is named; two seconds each unless told.
+        const bool named = std::find(argv, argv + argc, std::string("--block")) != argv + argc;
+        const bool timed = std::find(argv, argv + argc, std::string("--seconds")) != argv + argc;
+        if (!timed) {
+            scene.seconds = 2.0;
+        }
+        return RunBenchMoves(scene,
+                             named ? std::vector<int>{scene.block} : std::vector<int>{512, 8192});
     }
     if (sources < 1 || sources > 4096 || taps < 1) {
         std::fprintf(stderr, "quendarik bench: --sources 1..4096, --taps > 0\n");

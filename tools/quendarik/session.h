@@ -27,12 +27,18 @@ struct Scene {
     int circleSource = -1;  // this source circles the listener, once every circlePeriod s
     double circlePeriod = 5.0;
     float circleRadius = 2.0f;
-    bool shareSound = false;  // every virtual source plays the first source's sound
+    bool shareSound = false;    // every virtual source plays the first source's sound
+    bool zeroStuffing = false;  // files at another rate keep the library's default conversion
 };
+
+// Chooses how the scene's files at another rate are converted (band-limited unless
+// --zero-stuffing), and without conversion says once for each such file what it will sound
+// like.
+void ChooseFileResampling(CQKSDK &sdk, const Scene &scene, int iEngineRate);
 
 // Parses the scene options shared by render, play and bench; false (with a message) on an
 // unknown or incomplete option. Options: --source FILE X Y Z, --noise X Y Z,
-// --listener X Y Z LX LY LZ, --seconds S, --block N, --out FILE, --hrtf FILE.
+// --listener X Y Z LX LY LZ, --seconds S, --block N, --out FILE, --hrtf FILE, --zero-stuffing.
 bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *rest = nullptr);
 
 // The library set up for a scene: a listener, one sound source and one virtual source per
@@ -50,6 +56,9 @@ class HostedRender {
     // The listener's last block: n left floats, then n right, in 16-bit scale.
     const float *Output();
     CQKSDK &Sdk() { return m_sdk; }
+    // The virtual sources, in the scene's order, and the listener.
+    const std::vector<int> &ObjectIds() const { return m_objectIds; }
+    int ListenerId() const { return m_iListener; }
 
   private:
     void FillNoise();
@@ -70,5 +79,11 @@ bool PlayWaveFile(const std::string &path);
 
 // Draws a progress bar on standard error.
 void Progress(double done, double total);
+// Draws the finished bar and ends its line.
+void ProgressEnd(double total);
+
+// quendarik bench --moves: the latency of a host's moves while 64 sources render, at each of
+// the block lengths.
+int RunBenchMoves(const Scene &scene, const std::vector<int> &blocks);
 
 }  // namespace qkcli
