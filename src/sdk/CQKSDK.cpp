@@ -292,6 +292,15 @@ int CQKSDK::qk_HRTF_CTC_Get(char *pcBuffer) {
     return 0;
 }
 
+int CQKSDK::qk_Siml_Set_FileResampling(int iQuality) {
+    return m_pProcessor->SetFileResampling(iQuality);
+}
+
+int CQKSDK::qk_Siml_Get_FileResampling(int &iQuality) {
+    iQuality = m_pProcessor->GetFileResampling();
+    return 0;
+}
+
 int CQKSDK::qk_Siml_Get_Blocks(int &iBlocks) {
     iBlocks = m_pProcessor->GetBlockCount();
     return 0;

@@ -272,7 +272,19 @@ int CQUENDARIK_PROCESSOR::AddSource_File(int &iID, const std::string &strPath) {
         return -1;
     }
     source->m_strFile = strPath;
+    source->m_iResampleQuality = m_iFileResampling.load();
     iID = AddSource(std::move(source));
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::SetFileResampling(int iQuality) {
+    std::lock_guard<qk::CEngineLock> guard(m_csEngine);
+    m_iFileResampling = iQuality != 0 ? 1 : 0;
+    for (auto &source : m_listSources) {
+        if (auto *file = dynamic_cast<CSOURCE_FILE *>(source.get())) {
+            file->m_iResampleQuality = m_iFileResampling.load();
+        }
+    }
     return 0;
 }
 

@@ -4,6 +4,7 @@
 
 #include <mutex>
 
+#include "platform/Relaxed.h"
 #include "sources/CSOURCE.h"
 
 class CSOURCE_FILE : public CSOURCE {
@@ -20,6 +21,11 @@ class CSOURCE_FILE : public CSOURCE {
     // Asks for another file; may be called from a host thread during play.
     void SetFile(const std::string &strFile);
     std::string GetFileRequest() const;
+
+    // 1: a file at another rate than the engine's is converted band-limited (libsamplerate),
+    // seamless across blocks. 0 (the default): the source base's integer zero-stuffing, which
+    // changes speed and pitch unless the rates are whole multiples. Set by the engine.
+    qk::Relaxed<int> m_iResampleQuality = 0;
 
   protected:
     mutable std::mutex m_csFileRequest;

@@ -76,6 +76,7 @@ int CSOURCE_WAVE::_init(int, int) {
     m_iInitialized = 1;
     m_iLoop = 1;  // a wave source always loops
     WaveCloseReadFile(&m_hmmio, &m_pwfx);
+    m_resampler.Stop();  // a new file starts with a converter of its own
     if (m_strFile.empty() && m_pFileData == nullptr) {
         m_pfData.AllocateZeroed(2 * m_iBufferLength);
         m_iStarted = 1;
@@ -176,6 +177,10 @@ int CSOURCE_WAVE::_process_1P(void *, int iLength, int, int, int iSampleRate) {
     if (m_pwfx == nullptr) {
         return -1;
     }
+    if (m_iResampleQuality != 0 && m_iSource_SampleRate != iSampleRate && iSampleRate > 0 &&
+        m_iStarted != 0) {
+        return ProcessConverted(iLength, iSampleRate);
+    }
     int iRead = iLength;
     if (m_iSource_SampleRate != iSampleRate && iSampleRate != 0) {
         iRead =
@@ -209,17 +214,73 @@ int CSOURCE_WAVE::_process_1P(void *, int iLength, int, int, int iSampleRate) {
         Resample(m_resampleIn.data(), iRead, m_pfData, outLength);
         iRead = outLength;
     }
+    ApplyGain(iRead);
+    return iRead;
+}
+
+void CSOURCE_WAVE::ApplyGain(int iFrames) {
     if (m_fGain_dB != 0.0f) {
         const float gain = std::pow(10.0f, m_fGain_dB / 20.0f);
-        const int count = std::min(iRead * m_iSource_Channels, m_pfData.size());
+        const int count = std::min(iFrames * m_iSource_Channels, m_pfData.size());
         for (int i = 0; i < count; ++i) {
             m_pfData[i] *= gain;
         }
     }
-    return iRead;
+}
+
+void CSOURCE_WAVE::ReadContinuous(int iFrames) {
+    const WAVEFORMATEX format = *m_pwfx;
+    const uint32_t want =
+        static_cast<uint32_t>(format.nBlockAlign) * static_cast<uint32_t>(iFrames);
+    uint32_t pos = 0;
+    int wrapsWithoutData = 0;
+    while (pos < want) {
+        const uint32_t got = Read(m_bytes.data() + pos, want - pos);
+        pos += got;
+        if (pos < want) {
+            // The end of the file: on at the offset. A file with nothing to play after its
+            // offset gives silence for the rest.
+            wrapsWithoutData = got > 0 ? 0 : wrapsWithoutData + 1;
+            if (wrapsWithoutData > 1 || !Reopen() || !SkipOffset()) {
+                std::memset(m_bytes.data() + pos, format.wBitsPerSample == 8 ? 0x80 : 0,
+                            want - pos);
+                break;
+            }
+        }
+    }
+    ConvertBytesToArrayOfData(m_bytes.data(), m_pfData, iFrames, iFrames, &format);
+}
+
+int CSOURCE_WAVE::ProcessConverted(int iLength, int iSampleRate) {
+    const int channels = m_iSource_Channels;
+    if (iLength < 1 || iLength > m_iBufferLength ||
+        (!m_resampler.Matches(channels, m_iSource_SampleRate, iSampleRate) &&
+         !m_resampler.Start(channels, m_iSource_SampleRate, iSampleRate, m_iBufferLength))) {
+        return -1;
+    }
+    const int chunk = m_resampler.ChunkFor(iLength);
+    // Grown when the first block comes, never in the steady state.
+    const int floats = std::max(2 * m_iBufferLength, channels * chunk);
+    if (m_pfData.size() < floats) {
+        m_pfData.AllocateZeroed(floats);
+    }
+    const size_t bytes = static_cast<size_t>(m_pwfx->nBlockAlign) * static_cast<size_t>(chunk);
+    if (m_bytes.size() < bytes) {
+        m_bytes.resize(bytes);
+    }
+    // The converter holds back a few frames at first; later one chunk a block, now and then
+    // none or two.
+    for (int round = 0; round < 8 && m_resampler.Available() < iLength; ++round) {
+        ReadContinuous(chunk);
+        m_resampler.Push(m_pfData, chunk, chunk);
+    }
+    m_resampler.Pull(m_pfData, iLength, iLength);
+    ApplyGain(iLength);
+    return iLength;
 }
 
 int CSOURCE_WAVE::_quit() {
+    m_resampler.Stop();
     m_iInitialized = 0;
     m_iStarted = 0;
     m_pfData.Reset();

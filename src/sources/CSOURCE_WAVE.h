@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "sources/CFileResampler.h"
 #include "sources/CSOURCE_FILE.h"
 #include "sources/WaveFile.h"
 
@@ -47,6 +48,13 @@ class CSOURCE_WAVE : public CSOURCE_FILE {
     // Reads up to iBytes from the data chunk; the count read.
     uint32_t Read(uint8_t *pbDest, uint32_t iBytes);
     int ReadLooping(int iRead);
+    // Fills iFrames frames, planar at a stride of iFrames, with the file's next frames in
+    // order, going on at the offset after the end: the reading for the band-limited
+    // conversion, which wants the file as it is.
+    void ReadContinuous(int iFrames);
+    // A block through the converter: exactly iLength frames at iSampleRate.
+    int ProcessConverted(int iLength, int iSampleRate);
+    void ApplyGain(int iFrames);
     void Fail(const char *pcWhat);
 
     HMMIO m_hmmio = nullptr;
@@ -55,5 +63,6 @@ class CSOURCE_WAVE : public CSOURCE_FILE {
     MMCKINFO m_ckData{};           // its size counts down as data is read
     std::vector<uint8_t> m_bytes;  // one block of file bytes; grows, never per block
     std::vector<float> m_resampleIn;
+    CFileResampler m_resampler;
     std::string m_strReported;  // the file whose failure was last reported
 };

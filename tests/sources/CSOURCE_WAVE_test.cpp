@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdio>
 #include <numeric>
 #include <vector>
@@ -171,4 +172,80 @@ TEST_F(WaveSource, MissingForeignAndTruncatedFilesGiveMinusOneAndOneReport) {
         EXPECT_EQ(truncated._process_1P(nullptr, 8, 16, 2, 44100), 8);
     }
     qk::SetReportHandler(nullptr, 0);
+}
+
+namespace {
+constexpr double kPi = 3.14159265358979323846;
+
+// Frequency of a sine from its rising zero crossings, interpolated between samples.
+double sineFrequency(const std::vector<float> &x, double rate) {
+    double first = -1.0;
+    double last = -1.0;
+    int crossings = 0;
+    for (size_t i = 1; i < x.size(); ++i) {
+        if (x[i - 1] < 0.0f && x[i] >= 0.0f) {
+            const double at = static_cast<double>(i - 1) + x[i - 1] / (x[i - 1] - x[i]);
+            first = first < 0.0 ? at : first;
+            last = at;
+            ++crossings;
+        }
+    }
+    return crossings > 1 ? (crossings - 1) * rate / (last - first) : 0.0;
+}
+
+// What is left after the best sine of frequency f is taken out, against that sine, in dB:
+// distortion and noise together.
+double thdPlusNoiseDb(const std::vector<float> &x, double f, double rate) {
+    double ss = 0, sc = 0, cc = 0, xs = 0, xc = 0;
+    for (size_t i = 0; i < x.size(); ++i) {
+        const double s = std::sin(2.0 * kPi * f * i / rate);
+        const double c = std::cos(2.0 * kPi * f * i / rate);
+        ss += s * s, sc += s * c, cc += c * c, xs += x[i] * s, xc += x[i] * c;
+    }
+    const double det = ss * cc - sc * sc;
+    const double a = (xs * cc - xc * sc) / det;
+    const double b = (xc * ss - xs * sc) / det;
+    double signal = 0, rest = 0;
+    for (size_t i = 0; i < x.size(); ++i) {
+        const double fit =
+            a * std::sin(2.0 * kPi * f * i / rate) + b * std::cos(2.0 * kPi * f * i / rate);
+        signal += fit * fit;
+        rest += (x[i] - fit) * (x[i] - fit);
+    }
+    return 10.0 * std::log10(rest / signal);
+}
+}  // namespace
+
+// A 48 kHz tone at the engine's 44.1 kHz: converted, it keeps its pitch and stays clean over
+// many blocks and a wrap of the file; without conversion the source base's zero-stuffing
+// plays the file's frames as read.
+TEST_F(WaveSource, AFileAtAnotherRateIsConvertedWhenAskedAndOtherwiseStuffed) {
+    std::vector<int> tone(3 * 48000);  // 1320 whole periods: the wrap is seamless too
+    for (size_t i = 0; i < tone.size(); ++i) {
+        tone[i] =
+            static_cast<int>(std::lround(16000.0 * std::sin(2.0 * kPi * 440.0 * i / 48000.0)));
+    }
+    const std::string path = Make("tone48.wav", tone, 1, 48000);
+
+    CSOURCE_WAVE converted;
+    converted.SetFile(path);
+    converted.m_iResampleQuality = 1;
+    constexpr int kBlock = 1024;
+    std::vector<float> out;
+    for (int block = 0; block < 5 * 44100 / kBlock; ++block) {
+        ASSERT_EQ(converted._process_1P(nullptr, kBlock, 16, 2, 44100), kBlock);
+        if (block >= 2) {  // past the converter's start
+            out.insert(out.end(), converted.m_pfData.get(), converted.m_pfData.get() + kBlock);
+        }
+    }
+    const double f = sineFrequency(out, 44100.0);
+    EXPECT_NEAR(f, 440.0, 1.0);
+    EXPECT_LT(thdPlusNoiseDb(out, f, 44100.0), -60.0);
+
+    CSOURCE_WAVE stuffed;
+    stuffed.SetFile(path);
+    EXPECT_EQ(stuffed._process_1P(nullptr, kBlock, 16, 2, 44100), kBlock * 48000 / 44100);
+    EXPECT_EQ(Block(stuffed, 4),
+              (std::vector<float>{0, static_cast<float>(tone[1]), static_cast<float>(tone[2]),
+                                  static_cast<float>(tone[3])}));
 }

@@ -48,6 +48,7 @@ int RunDemo(int argc, char **argv) {
             }
             Progress(t + static_cast<double>(scene.block) / HostedRender::kRate, scene.seconds);
         }
+        ProgressEnd(scene.seconds);
         render.Sdk().qk_Save_Wave_Stop();
     }
     std::printf("Wrote %s\n", scene.out.c_str());

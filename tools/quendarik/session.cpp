@@ -1,5 +1,6 @@
 #include "session.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -68,6 +69,8 @@ bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *r
             i += 1;
         } else if (opt == "--out" && i + 1 < argc) {
             scene.out = argv[++i];
+        } else if (opt == "--zero-stuffing") {
+            scene.zeroStuffing = true;
         } else if (opt == "--hrtf" && i + 1 < argc) {
             scene.hrtf = argv[++i];
         } else if (rest != nullptr) {
@@ -80,6 +83,32 @@ bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *r
     return true;
 }
 
+void ChooseFileResampling(CQKSDK &sdk, const Scene &scene, int iEngineRate) {
+    sdk.qk_Siml_Set_FileResampling(scene.zeroStuffing ? 0 : 1);
+    if (!scene.zeroStuffing) {
+        return;
+    }
+    std::vector<std::string> told;
+    for (const SceneSource &source : scene.sources) {
+        HMMIO hmmio = nullptr;
+        WAVEFORMATEX *format = nullptr;
+        MMCKINFO riff{};
+        if (source.file.empty() || std::find(told.begin(), told.end(), source.file) != told.end() ||
+            WaveOpenFile(source.file.c_str(), &hmmio, &format, &riff) != 0) {
+            continue;
+        }
+        const int rate = static_cast<int>(format->nSamplesPerSec);
+        WaveCloseReadFile(&hmmio, &format);
+        if (rate != iEngineRate) {
+            told.push_back(source.file);
+            std::fprintf(stderr,
+                         "quendarik: %s is at %d Hz and is not converted to %d Hz "
+                         "(--zero-stuffing): it plays at the wrong speed and pitch\n",
+                         source.file.c_str(), rate, iEngineRate);
+        }
+    }
+}
+
 HostedRender::HostedRender(const Scene &scene) : m_scene(scene) {
     m_sdk.qk_Appl_Register_On_Message(&onMessage, 0);
     m_sdk.qk_Asnk_Set(-2);    // no device: blocks come as fast as they are made
@@ -87,6 +116,7 @@ HostedRender::HostedRender(const Scene &scene) : m_scene(scene) {
     if (!scene.hrtf.empty()) {
         m_sdk.qk_HRTF_Set_Full(scene.hrtf.c_str());
     }
+    ChooseFileResampling(m_sdk, scene, kRate);
     m_sdk.qk_Vrcv_Add(m_iListener);
     const float *l = scene.listener;
     m_sdk.qk_Vrcv_Set_Position_LookAt(m_iListener, l[0], l[1], l[2], l[3], l[4], l[5]);
@@ -195,6 +225,7 @@ bool PlayWaveFile(const std::string &path) {
         played += static_cast<double>(n) / format->nSamplesPerSec;
         Progress(played, total);
     }
+    ProgressEnd(total);
     // The last buffers in the ring sound out before the device closes.
     std::this_thread::sleep_for(std::chrono::duration<double>(
         static_cast<double>(CAudio_Playback::kBuffers) * frames / format->nSamplesPerSec));
@@ -203,16 +234,21 @@ bool PlayWaveFile(const std::string &path) {
     return true;
 }
 
+namespace {
+int g_lastPercent = -1;  // the percent last drawn; -1 when no bar is open
+bool g_barOpen = false;  // a bar was asked for and hasn't been finished
+}  // namespace
+
 void Progress(double done, double total) {
     const int width = 40;
     const double share = total > 0 ? std::min(1.0, done / total) : 1.0;
     const int percent = static_cast<int>(share * 100.0);
+    g_barOpen = percent < 100;
     // Redrawn once a percent; into a log (no terminal) only the finished bar is written.
-    static int s_lastPercent = -1;
-    if (percent == s_lastPercent || (!isatty(2) && percent < 100)) {
+    if (percent == g_lastPercent || (!isatty(2) && percent < 100)) {
         return;
     }
-    s_lastPercent = percent >= 100 ? -1 : percent;
+    g_lastPercent = percent >= 100 ? -1 : percent;
     const int filled = static_cast<int>(share * width);
     std::fprintf(stderr, "\r  [%s%s] %5.1f / %.1f s",
                  std::string(static_cast<size_t>(filled), '#').c_str(),
@@ -221,6 +257,14 @@ void Progress(double done, double total) {
         std::fprintf(stderr, "\n");
     }
     std::fflush(stderr);
+}
+
+void ProgressEnd(double total) {
+    // A bar whose last step fell short of the total (blocks don't divide it) is finished here,
+    // so that what is printed next starts on a line of its own.
+    if (g_barOpen) {
+        Progress(total, total);
+    }
 }
 
 }  // namespace qkcli
