@@ -1,5 +1,7 @@
 // The .qkhrtf file: round trips, and files that are short, foreign or absurd.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <string>
@@ -111,4 +113,62 @@ TEST(CHELPER_HRTF_File, AbsurdCountsAreRefusedBeforeAnythingIsAllocated) {
         EXPECT_EQ(loaded.m_pfData.get(), nullptr);
     }
     EXPECT_EQ(catcher.texts.size(), std::size(fields));
+}
+
+namespace {
+int32_t intAt(const std::vector<uint8_t> &b, size_t at) {
+    return static_cast<int32_t>(b[at] | (b[at + 1] << 8) | (b[at + 2] << 16) |
+                                (static_cast<uint32_t>(b[at + 3]) << 24));
+}
+}  // namespace
+
+// Where each field sits, and how a 16-bit set stores its samples: truncated towards zero,
+// saturated at both ends.
+TEST(CHELPER_HRTF_File, TheLayoutAndTheSixteenBitSamplesAreExact) {
+    auto set = sampleSet("16s");
+    const struct {
+        float sample;
+        int16_t stored;
+    } samples[] = {{0.5f, 16384},     {-0.5f, -16384},     {1.0f, 32767},     {-1.0f, -32768},
+                   {3.0f, 32767},     {-3.0f, -32768},     {0.99999f, 32767}, {-0.99999f, -32767},
+                   {1.9f / 32768, 1}, {-1.9f / 32768, -1}, {0.4f / 32768, 0}, {-0.4f / 32768, 0}};
+    for (size_t i = 0; i < std::size(samples); ++i) {
+        set->m_pfData[static_cast<int>(i)] = samples[i].sample;
+    }
+    const std::vector<uint8_t> b = StoreToBytes(*set);
+    ASSERT_EQ(b.size(), kSamplesOffset + 2u * 3 * 2 * 8);
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(b.data())), "QUENDARIK-HRTF");
+    float version = 0;
+    std::memcpy(&version, &b[15], 4);
+    EXPECT_EQ(version, 1.5f);
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[275])), "FIR");
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[279])), "BOTH");
+    EXPECT_EQ((std::vector<int32_t>{intAt(b, 285), intAt(b, 289), intAt(b, 293), intAt(b, 301)}),
+              (std::vector<int32_t>{2, 44100, 8, 3}));
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(&b[297])), "16s");
+    EXPECT_EQ(intAt(b, 305 + 4 * 10), 10 * 7 - 3);  // table A
+    EXPECT_EQ(intAt(b, 260945 + 4 * 10), 10 % 3);   // the lookup table
+    for (size_t i = 0; i < std::size(samples); ++i) {
+        const auto stored =
+            static_cast<int16_t>(b[kSamplesOffset + 2 * i] | (b[kSamplesOffset + 2 * i + 1] << 8));
+        EXPECT_EQ(stored, samples[i].stored) << samples[i].sample;
+    }
+}
+
+// A store that can't be finished leaves the file that was there as it was.
+TEST(CHELPER_HRTF_File, AFailedStoreKeepsTheOldFile) {
+    ReportCatcher catcher;
+    const std::string path = qktest::TempPath("kept.qkhrtf");
+    auto good = sampleSet("32f");
+    ASSERT_EQ(good->ReadWrite(1, path), 0);
+    // The store's temporary name is taken by a folder: nothing can be written.
+    ASSERT_EQ(::mkdir((path + ".part").c_str(), 0700), 0);
+    auto other = sampleSet("16s");
+    EXPECT_NE(other->ReadWrite(1, path), 0);
+    EXPECT_EQ(catcher.texts, (std::vector<std::string>{"Can't write the QKHRTF file " + path}));
+    CHELPER_HRTF loaded;
+    ASSERT_EQ(loaded.ReadWrite(0, path), 0);
+    expectSameSet(*good, loaded);
+    ::rmdir((path + ".part").c_str());
+    std::remove(path.c_str());
 }

@@ -83,19 +83,25 @@ TEST(CHELPER_HRTF, BothSetAtItsOwnRateGivesTheStoredTapsBitForBit) {
     EXPECT_EQ(set->m_iSampleRate, 48000);
 }
 
-TEST(CHELPER_HRTF, LeftSetMirrorsToRow359MinusAzimuth) {
-    auto set = MakeSet(4, 8, "LEFT", 44100);
-    set->m_aiLookup[index(0, 0)] = 1;
-    set->m_aiLookup[index(359, 0)] = 2;
-    set->m_aiLookup[index(90, 0)] = 3;
-    set->m_aiLookup[index(269, 0)] = 0;
-    Pair p;
-    ASSERT_EQ(set->GetHRTF(p.left, p.right, p.length, 0.0f, 0.0f, 44100), 1);
-    EXPECT_EQ(p.left[3], Code(1, 3));
-    EXPECT_EQ(p.right[3], Code(2, 3));  // row 359, not row 0
-    ASSERT_EQ(set->GetHRTF(p.left, p.right, p.length, 90.0f, 0.0f, 44100), 1);
-    EXPECT_EQ(p.left[0], Code(3, 0));
-    EXPECT_EQ(p.right[0], Code(0, 0));
+// A one-ear set gives its own ear the measurement of the direction and the other ear that of
+// the mirrored direction, row 359 - azimuth.
+TEST(CHELPER_HRTF, OneEarSetsMirrorTheOtherEarToRow359MinusAzimuth) {
+    for (const char *ears : {"LEFT", "RIGHT"}) {
+        SCOPED_TRACE(ears);
+        const bool left = std::string(ears) == "LEFT";
+        auto set = MakeSet(4, 8, ears, 44100);
+        set->m_aiLookup[index(0, 0)] = 1;
+        set->m_aiLookup[index(359, 0)] = 2;
+        set->m_aiLookup[index(90, 0)] = 3;
+        set->m_aiLookup[index(269, 0)] = 0;
+        Pair p;
+        ASSERT_EQ(set->GetHRTF(p.left, p.right, p.length, 0.0f, 0.0f, 44100), 1);
+        EXPECT_EQ((left ? p.left : p.right)[3], Code(1, 3));
+        EXPECT_EQ((left ? p.right : p.left)[3], Code(2, 3));  // row 359, not row 0
+        ASSERT_EQ(set->GetHRTF(p.left, p.right, p.length, 90.0f, 0.0f, 44100), 1);
+        EXPECT_EQ((left ? p.left : p.right)[0], Code(3, 0));
+        EXPECT_EQ((left ? p.right : p.left)[0], Code(0, 0));
+    }
 }
 
 TEST(CHELPER_HRTF, MissingDirectionsAreReportedAndFail) {
