@@ -32,6 +32,7 @@ int RunDemo(int argc, char **argv) {
         "Rendering %.0f s of noise circling the listener (radius %.1f m, one turn every "
         "%.0f s) to %s\n",
         scene.seconds, scene.circleRadius, scene.circlePeriod, scene.out.c_str());
+    std::fflush(stdout);  // before the progress bar on standard error, also into a pipe
     const long blocks = static_cast<long>(scene.seconds * HostedRender::kRate / scene.block);
     {
         HostedRender render(scene);
