@@ -181,6 +181,14 @@ class CQKSDK {
     int qk_Siml_Set_Frequency_HSF(float fValue);
     int qk_Siml_Get_Frequency_HSF(float &fValue);
     int qk_Siml_Process_WinAmp(int iSamples, int iBits, int iChannels, int iSampleRate);
+    // How virtual sources convolve. 0 (the default): the whole-filter method, one transform
+    // of block + response length a block; at small blocks a long response is cut (sample j
+    // of a block hears it up to lag 2 x block + j). 1: uniformly partitioned, partitions of
+    // the block (at most 512 frames), the whole response heard at any block length, and a
+    // change of response cross-faded on the same input history. Other values are ignored. A
+    // change takes effect at the next block, with a silent history.
+    int qk_Siml_Set_Convolution(int iMethod);
+    int qk_Siml_Get_Convolution(int &iMethod);
     // How a file source whose rate differs from the engine's is brought to the engine's rate,
     // for every file source of the engine. 0 (the default): the library's own integer
     // zero-stuffing, which hosts may rely on: unless the rates are whole multiples a file

@@ -103,6 +103,10 @@ int CService_HRTF::TakeIntoUse(int n) {
         InitializeFIR(m_pfLeft, m_pfRight, m_iLength);
         return m_pFIRLeft != nullptr && m_pFIRRight != nullptr ? 0 : -1;
     }
+    if (m_sMethod == kPartitioned) {
+        m_Partitioned._quit();  // set up anew: the history starts silent
+        return m_Partitioned.SetResponse(m_pfLeft, m_pfRight, m_iLength, n);
+    }
     return m_Overlap._init(m_pfLeft, m_pfRight, m_iLength, n);
 }
 
@@ -137,6 +141,9 @@ int CService_HRTF::RenderCurrent(float *pfIn, int n, float *pfOut) {
         ippsFIR_32f(pfIn, pfOut + n, n, m_pFIRRight);
         return 0;
     }
+    if (m_sMethod == kPartitioned) {
+        return m_Partitioned._process(pfIn, n, pfOut);
+    }
     return m_Overlap._process(pfIn, n, pfOut);
 }
 
@@ -147,6 +154,15 @@ int CService_HRTF::_process(float *pfIn, int n, int) {
     _adjustDataBuffer(2 * n);
     if (m_bReInitialize == 0) {
         RenderCurrent(pfIn, n, m_pfData);
+        return 0;
+    }
+    if (m_sMethod == kPartitioned) {
+        // The convolver fades from the old filter to the new on the same input history.
+        m_iLength = m_iNewLength;
+        m_iLengthInUse = m_iLength;
+        m_bReInitialize = 0;
+        m_Partitioned.SetResponse(m_pfLeft, m_pfRight, m_iLength, n);
+        m_Partitioned._process(pfIn, n, m_pfData);
         return 0;
     }
     CrossFade(pfIn, n);
@@ -202,12 +218,14 @@ int CService_HRTF::_quit() {
     m_pfData.Reset();
     m_iDataLength = 0;
     m_Overlap._quit();
+    m_Partitioned._quit();
     m_strStatus = "OK";
     return 0;
 }
 
 void CService_HRTF::ClearHistory() {
     m_Overlap.ClearHistory();
+    m_Partitioned.ClearHistory();
     if (m_pFIRLeft != nullptr && m_iLength > 0) {
         InitializeFIR(m_pfLeft, m_pfRight, m_iLength);
     }

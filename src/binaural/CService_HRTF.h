@@ -1,8 +1,10 @@
 // Turns one mono block into a left and a right block by convolution with a binaural impulse
 // response: one direction's HRIR pair from an HRTF set, or a whole response handed in by a
-// room model. Method "OVERLAP" (the default) convolves with the fast convolver, "FIR" with a
-// direct FIR per ear. A new response waits for the next block, which is rendered with the
-// old and the new filter and cross-faded over exactly that one block.
+// room model. Method "OVERLAP" (the default) convolves with the whole-filter fast convolver,
+// "FIR" with a direct FIR per ear, "PARTITIONED" with the uniformly partitioned convolver,
+// which hears the whole response at any block length. A new response waits for the next
+// block, which is rendered with the old and the new filter and cross-faded over exactly that
+// one block (the partitioned convolver applies both to the same input history).
 //
 // The output is the CSSS block m_pfData: n left samples, then n right samples.
 #pragma once
@@ -12,6 +14,7 @@
 
 #include "binaural/CSERVICE.h"
 #include "binaural/CSERVICE_OVERLAP_HRTF.h"
+#include "binaural/CSERVICE_PARTITIONED_HRTF.h"
 #include "dsp/ipps.h"
 
 class CHELPER_HRTF;
@@ -65,19 +68,22 @@ class CService_HRTF : public CSERVICE {
     int m_iElevation = 0;                     // degrees
     std::string m_sHRTFFile;                  // set loaded by InitializeHelperHRTF
     std::istream *m_pStream = nullptr;        // not owned: read instead of the named file
-    std::string m_sMethod = "OVERLAP";        // "FIR" selects the direct FIR
+    std::string m_sMethod = "OVERLAP";        // or "FIR", or "PARTITIONED"
     CHELPER_HRTF *m_pHelper = nullptr;        // the set; not owned
     int m_iLength = 0;                        // taps in m_pfLeft, m_pfRight; 0: none yet
     float *m_pfLeft = nullptr;                // owned, ippsMalloc_32f
     float *m_pfRight = nullptr;               // owned, ippsMalloc_32f
     int m_iNewLength = 0;                     // taps of a response waiting to take effect
     CSERVICE_OVERLAP_HRTF m_Overlap;          // the fast convolver
+    CSERVICE_PARTITIONED_HRTF m_Partitioned;  // the partitioned convolver
     IppsFIRState_32f *m_pFIRLeft = nullptr;   // owned; "FIR" method
     IppsFIRState_32f *m_pFIRRight = nullptr;  // owned
     int m_iLengthInUse = 0;                   // taps at the last _init
     int m_bReInitialize = 0;                  // a new response waits for the next block
     std::string m_strStatus;                  // "OK" or what failed; for diagnosis only
     int m_iState = 1;                         // cleared when _init finds no response
+
+    static constexpr const char *kPartitioned = "PARTITIONED";
 
   private:
     // Renders a block with the filter in use; 0, or -1 when there is none.

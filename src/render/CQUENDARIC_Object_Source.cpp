@@ -185,6 +185,8 @@ void CQUENDARIC_Object_Source::InitializeHRTFVariables() {
         std::lock_guard<std::recursive_mutex> guard(m_pParameters->m_csStrings);
         m_HRTF.m_sHRTFFile = m_pParameters->m_strHRTF;
         m_HRTF.m_pHelper = m_pParameters->m_pHRTF.get();
+        m_iConvolutionInUse = m_pParameters->m_iConvolution;
+        m_HRTF.m_sMethod = m_iConvolutionInUse == 1 ? CService_HRTF::kPartitioned : "OVERLAP";
     }
     m_HRTF.m_pStream = nullptr;
     m_HRTF.m_iAzimuth = TruncatedAzimuth();

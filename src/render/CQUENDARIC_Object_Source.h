@@ -80,8 +80,9 @@ class CQUENDARIC_Object_Source : public CQUENDARIC_Object {
     CSOURCE *m_pSSS_Source = nullptr;           // the sound rendered; not owned
     int m_iSSS_SourceID = 0;                    // its id, kept for archives
     CService_HRTF m_HRTF;                       // the object's convolver
-    int m_i3DSourceWavID = -1;                  // number in a pre-computed set
-    float *m_pfMonoIR = nullptr;                // monaural response; owned, ippsMalloc_32f
+    int m_iConvolutionInUse = 0;  // the settings' convolution method at the last Initialize
+    int m_i3DSourceWavID = -1;    // number in a pre-computed set
+    float *m_pfMonoIR = nullptr;  // monaural response; owned, ippsMalloc_32f
     int m_iMonoIRLength = 0;
     float *m_pfBIRLeft = nullptr;  // binaural response; owned, ippsMalloc_32f
     float *m_pfBIRRight = nullptr;

@@ -112,8 +112,9 @@ int CQUENDARIC_Object_Source_Sound::_process(int n, int iRate) {
     _adjustDataBuffer(2 * n);
     if (m_iInitialized == 0) {
         Initialize(n, iRate, kObjectBits);
-    } else if (m_iBlock != n || m_iRate != iRate || m_iBits != kObjectBits) {
-        // A new format starts the convolution from silence.
+    } else if (m_iBlock != n || m_iRate != iRate || m_iBits != kObjectBits ||
+               m_iConvolutionInUse != p.m_iConvolution) {
+        // A new format, or another convolution method, starts the convolution from silence.
         Terminate();
         m_HRTF.ClearHistory();
         Initialize(n, iRate, kObjectBits);

@@ -139,6 +139,18 @@ int CQKSDK::qk_Siml_Get_PostEQ(int &iValue) {
     return 0;
 }
 
+int CQKSDK::qk_Siml_Set_Convolution(int iMethod) {
+    if (iMethod == 0 || iMethod == 1) {
+        m_pProcessor->m_Parameters.m_iConvolution = iMethod;
+    }
+    return 0;
+}
+
+int CQKSDK::qk_Siml_Get_Convolution(int &iMethod) {
+    iMethod = m_pProcessor->m_Parameters.m_iConvolution;
+    return 0;
+}
+
 int CQKSDK::qk_Siml_Set_Gain(float fValue) {
     m_pProcessor->m_Parameters.m_fGain = fValue;
     return 0;

@@ -134,6 +134,10 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
     qk::Relaxed<int> m_iWorldChanged = 1;  // one-block change flags
     qk::Relaxed<int> m_iMaterialChanged = 0;
     qk::Relaxed<int> m_iHoldIRs = 0;
+    // How virtual sources convolve: 0 the whole-filter method (the default), 1 the uniformly
+    // partitioned one. Not in the stored form; a change takes effect at the next block, with
+    // a silent history.
+    qk::Relaxed<int> m_iConvolution = 0;
     std::unique_ptr<CHELPER_HRTF> m_pHRTF;      // the set in use; null until the first load
     std::unique_ptr<CHELPER_HRTF> m_pHRTF_CTC;  // the canceller's set
     // The file (and its size and time) whose load failed last, for each set: engine thread.

@@ -13,11 +13,13 @@ void sceneUsage(const char *command) {
     std::fprintf(stderr,
                  "usage: quendarik %s [--source FILE.wav X Y Z]... [--noise X Y Z]...\n"
                  "         [--listener X Y Z LX LY LZ] [--seconds S] [--block N] [--hrtf SET]\n"
-                 "         [--zero-stuffing]%s\n"
+                 "         [--zero-stuffing] [--convolution partitioned|overlap]%s\n"
                  "Positions in metres: x across, y ahead, z up; the listener looks at the point\n"
                  "LX LY LZ. Only the direct sound is rendered (one HRTF by direction, level by\n"
                  "distance). Files at another rate than 44100 Hz are converted band-limited;\n"
-                 "--zero-stuffing keeps the library's default integer zero-stuffing instead.\n",
+                 "--zero-stuffing keeps the library's default integer zero-stuffing instead.\n"
+                 "Sources convolve partitioned (the whole response at any block length);\n"
+                 "--convolution overlap takes the library's default whole-filter method.\n",
                  command, std::string(command) == "render" ? " --out FILE.wav" : "");
 }
 }  // namespace
@@ -58,7 +60,7 @@ int RunPlay(int argc, char **argv) {
     if (!scene.hrtf.empty()) {
         sdk.qk_HRTF_Set_Full(scene.hrtf.c_str());
     }
-    ChooseFileResampling(sdk, scene, HostedRender::kRate);
+    ChooseMethods(sdk, scene, HostedRender::kRate);
     int listener = 0;
     sdk.qk_Vrcv_Add(listener);
     const float *l = scene.listener;

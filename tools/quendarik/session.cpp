@@ -69,6 +69,10 @@ bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *r
             i += 1;
         } else if (opt == "--out" && i + 1 < argc) {
             scene.out = argv[++i];
+        } else if (opt == "--convolution" && i + 1 < argc &&
+                   (std::string(argv[i + 1]) == "partitioned" ||
+                    std::string(argv[i + 1]) == "overlap")) {
+            scene.convolution = std::string(argv[++i]) == "partitioned" ? 1 : 0;
         } else if (opt == "--zero-stuffing") {
             scene.zeroStuffing = true;
         } else if (opt == "--hrtf" && i + 1 < argc) {
@@ -83,7 +87,8 @@ bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *r
     return true;
 }
 
-void ChooseFileResampling(CQKSDK &sdk, const Scene &scene, int iEngineRate) {
+void ChooseMethods(CQKSDK &sdk, const Scene &scene, int iEngineRate) {
+    sdk.qk_Siml_Set_Convolution(scene.convolution);
     sdk.qk_Siml_Set_FileResampling(scene.zeroStuffing ? 0 : 1);
     if (!scene.zeroStuffing) {
         return;
@@ -116,7 +121,7 @@ HostedRender::HostedRender(const Scene &scene) : m_scene(scene) {
     if (!scene.hrtf.empty()) {
         m_sdk.qk_HRTF_Set_Full(scene.hrtf.c_str());
     }
-    ChooseFileResampling(m_sdk, scene, kRate);
+    ChooseMethods(m_sdk, scene, kRate);
     m_sdk.qk_Vrcv_Add(m_iListener);
     const float *l = scene.listener;
     m_sdk.qk_Vrcv_Set_Position_LookAt(m_iListener, l[0], l[1], l[2], l[3], l[4], l[5]);

@@ -29,16 +29,18 @@ struct Scene {
     float circleRadius = 2.0f;
     bool shareSound = false;    // every virtual source plays the first source's sound
     bool zeroStuffing = false;  // files at another rate keep the library's default conversion
+    int convolution = 1;        // 1 partitioned, 0 the library's default whole-filter method
 };
 
-// Chooses how the scene's files at another rate are converted (band-limited unless
-// --zero-stuffing), and without conversion says once for each such file what it will sound
-// like.
-void ChooseFileResampling(CQKSDK &sdk, const Scene &scene, int iEngineRate);
+// Chooses the scene's convolution method, and how its files at another rate are converted
+// (band-limited unless --zero-stuffing); without conversion it says once for each such file
+// what it will sound like.
+void ChooseMethods(CQKSDK &sdk, const Scene &scene, int iEngineRate);
 
 // Parses the scene options shared by render, play and bench; false (with a message) on an
 // unknown or incomplete option. Options: --source FILE X Y Z, --noise X Y Z,
-// --listener X Y Z LX LY LZ, --seconds S, --block N, --out FILE, --hrtf FILE, --zero-stuffing.
+// --listener X Y Z LX LY LZ, --seconds S, --block N, --out FILE, --hrtf FILE, --zero-stuffing,
+// --convolution partitioned|overlap.
 bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *rest = nullptr);
 
 // The library set up for a scene: a listener, one sound source and one virtual source per
