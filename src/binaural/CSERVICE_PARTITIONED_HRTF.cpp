@@ -3,31 +3,24 @@
 #include <algorithm>
 #include <cstring>
 
+#include "binaural/CSpectrumMix.h"
 #include "platform/Vectorize.h"
 
 namespace {
 // The largest transform: responses of over a minute at 44.1 kHz still fit in the partitions.
 constexpr int kMaxOrder = 24;
 
-int orderAtLeast(int iWanted) {
-    int order = 0;
-    while ((1 << order) < iWanted) {
-        ++order;
-    }
-    return order;
-}
-
-// sum += x * h over `floats` floats of interleaved complex values, for both ears at once.
+// sum += g * x * h over `floats` floats of interleaved complex values, for both ears at once.
 QK_VECTORIZE_WIDE void multiplyAdd(const float *__restrict x, const float *__restrict hl,
                                    const float *__restrict hr, float *__restrict sl,
-                                   float *__restrict sr, int floats) {
+                                   float *__restrict sr, int floats, float g) {
     for (int k = 0; k < floats; k += 2) {
         const float xr = x[k];
         const float xi = x[k + 1];
-        sl[k] += xr * hl[k] - xi * hl[k + 1];
-        sl[k + 1] += xr * hl[k + 1] + xi * hl[k];
-        sr[k] += xr * hr[k] - xi * hr[k + 1];
-        sr[k + 1] += xr * hr[k + 1] + xi * hr[k];
+        sl[k] += g * (xr * hl[k] - xi * hl[k + 1]);
+        sl[k + 1] += g * (xr * hl[k + 1] + xi * hl[k]);
+        sr[k] += g * (xr * hr[k] - xi * hr[k + 1]);
+        sr[k + 1] += g * (xr * hr[k + 1] + xi * hr[k]);
     }
 }
 
@@ -70,12 +63,23 @@ int CSERVICE_PARTITIONED_HRTF::_quit() {
     return 0;
 }
 
+int CSERVICE_PARTITIONED_HRTF::PartitionFor(int iBlockLength) {
+    return iBlockLength <= kMaxPartition || iBlockLength % kMaxPartition != 0 ? iBlockLength
+                                                                              : kMaxPartition;
+}
+
+int CSERVICE_PARTITIONED_HRTF::OrderFor(int iPartition) {
+    int order = 0;
+    while (order <= kMaxOrder && (1 << order) < 2 * iPartition) {
+        ++order;
+    }
+    return order <= kMaxOrder ? order : -1;
+}
+
 bool CSERVICE_PARTITIONED_HRTF::Setup(int iBlockLength) {
-    const int partition = iBlockLength <= kMaxPartition || iBlockLength % kMaxPartition != 0
-                              ? iBlockLength
-                              : kMaxPartition;
-    const int order = orderAtLeast(2 * partition);
-    if (order > kMaxOrder) {
+    const int partition = PartitionFor(iBlockLength);
+    const int order = OrderFor(partition);
+    if (order < 0) {
         return false;
     }
     IppsFFTSpec_R_32f *pSpec = nullptr;
@@ -195,17 +199,51 @@ void CSERVICE_PARTITIONED_HRTF::Convolve(const Filter &filter, float *pfLeft, fl
     float *sumRight = m_pfSumRight;
     ippsZero_32f(sumLeft, m_iFloats);
     ippsZero_32f(sumRight, m_iFloats);
-    for (int k = 0; k < filter.iPartitions; ++k) {
-        const float *x = m_pfDelayLine + ((m_iNewest + k) % m_iSlots) * m_iFloats;
-        multiplyAdd(x, filter.left + k * m_iFloats, filter.right + k * m_iFloats, sumLeft, sumRight,
-                    m_iFloats);
-    }
+    Accumulate(filter, sumLeft, sumRight, 1.0f);
     // The valid part of the circular result is its last P samples (overlap-save). The inverse
     // runs in place, N + 2 floats of spectrum becoming N samples.
     ippsFFTInv_CCSToR_32f(sumLeft, sumLeft, m_pFFTSpec, nullptr);
     ippsCopy_32f(sumLeft + (N - P), pfLeft, P);
     ippsFFTInv_CCSToR_32f(sumRight, sumRight, m_pFFTSpec, nullptr);
     ippsCopy_32f(sumRight + (N - P), pfRight, P);
+}
+
+void CSERVICE_PARTITIONED_HRTF::Accumulate(const Filter &filter, float *pfSumLeft,
+                                           float *pfSumRight, float fGain) const {
+    for (int k = 0; k < filter.iPartitions; ++k) {
+        const float *x = m_pfDelayLine + ((m_iNewest + k) % m_iSlots) * m_iFloats;
+        multiplyAdd(x, filter.left + k * m_iFloats, filter.right + k * m_iFloats, pfSumLeft,
+                    pfSumRight, m_iFloats, fGain);
+    }
+}
+
+int CSERVICE_PARTITIONED_HRTF::_processInto(const float *pfIn, int n, CSpectrumMix &mix,
+                                            float fGain) {
+    if (m_pFFTSpec == nullptr || n != m_iBlock || pfIn == nullptr ||
+        m_filters[m_iCurrent].iPartitions == 0 || !mix.Active() || mix.BlockLength() != n ||
+        mix.FFTLength() != m_iFFTLength) {
+        return -1;
+    }
+    const int P = m_iPartition;
+    const Filter &current = m_filters[m_iCurrent];
+    const Filter &next = m_filters[1 - m_iCurrent];
+    for (int at = 0, p = 0; at < n; at += P, ++p) {
+        PushPartition(pfIn + at);
+        if (m_bWaiting) {
+            Accumulate(current, mix.Sum(CSpectrumMix::kFadingOut, 0, p),
+                       mix.Sum(CSpectrumMix::kFadingOut, 1, p), fGain);
+            Accumulate(next, mix.Sum(CSpectrumMix::kFadingIn, 0, p),
+                       mix.Sum(CSpectrumMix::kFadingIn, 1, p), fGain);
+        } else {
+            Accumulate(current, mix.Sum(CSpectrumMix::kSteady, 0, p),
+                       mix.Sum(CSpectrumMix::kSteady, 1, p), fGain);
+        }
+    }
+    if (m_bWaiting) {
+        m_iCurrent = 1 - m_iCurrent;
+        m_bWaiting = false;
+    }
+    return 0;
 }
 
 int CSERVICE_PARTITIONED_HRTF::_process(const float *pfIn, int n, float *pfOut) {

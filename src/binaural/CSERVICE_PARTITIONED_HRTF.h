@@ -20,6 +20,8 @@
 #include "dsp/IppBuffer.h"
 #include "dsp/ipps.h"
 
+class CSpectrumMix;
+
 class CSERVICE_PARTITIONED_HRTF : public CSERVICE {
   public:
     static constexpr int kMaxPartition = 512;
@@ -41,10 +43,20 @@ class CSERVICE_PARTITIONED_HRTF : public CSERVICE {
     // right samples to pfOut. Returns 0, or -1 with a silent block when no filter is in use
     // or n isn't the block length. Allocates nothing.
     int _process(const float *pfIn, int n, float *pfOut);
+    // The same block added into a listener's spectrum sums instead, times fGain, for the
+    // listener to transform back once for all its sources (a cross-fade goes to the mix's
+    // fading sums). -1, with nothing added or advanced, when no filter is in use, n isn't the
+    // block length, or the mix isn't begun for this block length. Allocates nothing.
+    int _processInto(const float *pfIn, int n, CSpectrumMix &mix, float fGain);
     // Drops everything. Returns 0.
     int _quit() override;
     // Silences the running convolution.
     void ClearHistory();
+
+    // The partition length for a block length, and the transform order for a partition
+    // (-1 beyond the signal layer).
+    static int PartitionFor(int iBlockLength);
+    static int OrderFor(int iPartition);
 
     int PartitionLength() const { return m_iPartition; }
     int BlockLength() const { return m_iBlock; }
@@ -68,6 +80,8 @@ class CSERVICE_PARTITIONED_HRTF : public CSERVICE {
     void PushPartition(const float *pfIn);
     // The delay line through a filter: P samples of each ear to pfLeft and pfRight.
     void Convolve(const Filter &filter, float *pfLeft, float *pfRight);
+    // Adds fGain times the delay line through a filter to two spectrum sums.
+    void Accumulate(const Filter &filter, float *pfSumLeft, float *pfSumRight, float fGain) const;
 
     int m_iBlock = 0;                         // block length in frames
     int m_iPartition = 0;                     // P

@@ -169,6 +169,21 @@ int CService_HRTF::_process(float *pfIn, int n, int) {
     return 0;
 }
 
+int CService_HRTF::ProcessIntoMix(float *pfIn, int n, CSpectrumMix &mix, float fGain) {
+    if (m_pHelper == nullptr || pfIn == nullptr || n < 1 || m_sMethod != kPartitioned) {
+        return -1;
+    }
+    if (m_bReInitialize != 0) {
+        // The waiting response goes to the convolver, which fades to it in this block,
+        // whichever way the block is rendered.
+        m_iLength = m_iNewLength;
+        m_iLengthInUse = m_iLength;
+        m_bReInitialize = 0;
+        m_Partitioned.SetResponse(m_pfLeft, m_pfRight, m_iLength, n);
+    }
+    return m_Partitioned._processInto(pfIn, n, mix, fGain);
+}
+
 // The old filter renders the block, the new one is taken into use and renders the same block
 // again, and the two are faded into each other. With "OVERLAP" the first pass has already
 // advanced the overlap, and the second pass adds the next block's share of the old tail once

@@ -15,6 +15,7 @@
 #include "binaural/CSERVICE.h"
 #include "binaural/CSERVICE_OVERLAP_HRTF.h"
 #include "binaural/CSERVICE_PARTITIONED_HRTF.h"
+#include "binaural/CSpectrumMix.h"
 #include "dsp/ipps.h"
 
 class CHELPER_HRTF;
@@ -51,6 +52,10 @@ class CService_HRTF : public CSERVICE {
     int ReInitializeExternal(const float *pfLeft, const float *pfRight, int iLength);
     // Renders n samples of pfIn into m_pfData (2n floats). -1 without a set, else 0.
     int _process(float *pfIn, int n, int iUnused) override;
+    // The "PARTITIONED" method's block added, times fGain, into a listener's spectrum sums
+    // instead of m_pfData. -1, with nothing added, for another method, without a set, or when
+    // the mix can't take it; the caller then renders with _process.
+    int ProcessIntoMix(float *pfIn, int n, CSpectrumMix &mix, float fGain);
     // Frees the responses, the FIR states and the output block, and ends the fast convolver,
     // whose overlap survives. Returns 0.
     int _quit() override;

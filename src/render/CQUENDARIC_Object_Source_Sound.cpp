@@ -125,6 +125,7 @@ int CQUENDARIC_Object_Source_Sound::_process(int n, int iRate) {
     const int iSelector = ChannelSelector();
     FetchMono(n, iSelector);
     const int i3DAudio = p.m_i3DAudio;
+    m_bMixedInSpectrum = false;
     if (i3DAudio == 0) {
         RouteStraight(n, iSelector);
     } else if (i3DAudio != 1) {
@@ -141,7 +142,9 @@ int CQUENDARIC_Object_Source_Sound::_process(int n, int iRate) {
     m_iRecalculate = 0;
     // A plain sum: no level per source.
     m_pSink->_adjustDataBuffer(2 * n);
-    qk::AddBlock(m_pfData, m_pSink->m_pfData, 2 * n);
+    if (!m_bMixedInSpectrum) {
+        qk::AddBlock(m_pfData, m_pSink->m_pfData, 2 * n);
+    }
     return 0;
 }
 
@@ -293,7 +296,13 @@ void CQUENDARIC_Object_Source_Sound::Convolve(float *pfIn, int n, int iRate, flo
 // unchanged. A sound that has no bands for the selector renders its mono signal whole.
 void CQUENDARIC_Object_Source_Sound::Render(int n, int iRate, int iSelector, float fGain) {
     if (m_pParameters->m_iSplitBands == 0) {
-        Convolve(m_pfMono, n, iRate, fGain);
+        // Into the listener's spectrum sums when it mixes in the frequency domain: no inverse
+        // transform, no copy and no mix of this object's own.
+        m_bMixedInSpectrum = m_pSink->m_Mix.Active() &&
+                             m_HRTF.ProcessIntoMix(m_pfMono, n, m_pSink->m_Mix, fGain) == 0;
+        if (!m_bMixedInSpectrum) {
+            Convolve(m_pfMono, n, iRate, fGain);
+        }
         return;
     }
     const CSOURCE &source = *m_pSSS_Source;

@@ -84,6 +84,9 @@ float *CQUENDARIK_PROCESSOR::RenderObjects(CQUENDARIC_Object_Sink &listener, int
                                           listener.m_lookAt != listener.m_pClient->m_lookAt)) {
         listener.Move_LookAt(listener.m_pClient->m_position, listener.m_pClient->m_lookAt);
     }
+    // Sources that convolve partitioned add their spectra to the listener's sums, which are
+    // transformed back once for all of them.
+    const bool bSpectrumMix = m_Parameters.m_iConvolution == 1 && listener.m_Mix.Begin(n);
     for (auto &object : m_list3DSources) {
         if (object->m_iEnable == 0) {
             continue;
@@ -91,6 +94,9 @@ float *CQUENDARIK_PROCESSOR::RenderObjects(CQUENDARIC_Object_Sink &listener, int
         object->m_pSink = &listener;
         object->m_iRecalculate = recalculate;
         object->_process(n, iRate);  // adds itself to the listener's block
+    }
+    if (bSpectrumMix) {
+        listener.m_Mix.Finish(listener.m_pfData.get());
     }
     return listener.m_pfData.get();
 }

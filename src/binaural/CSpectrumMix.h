@@ -1,0 +1,58 @@
+// A listener's block in the frequency domain, for the sources that convolve partitioned: each
+// adds its filtered input spectra (times its level) into the sums of each partition, and the
+// listener transforms each sum back once. The output is linear in every source, so one
+// inverse transform per ear and partition serves all of them, however many there are.
+//
+// Sources whose response changes this block add the old filter's products to a fading-out
+// sum and the new filter's to a fading-in sum; both are faded over the block with the one
+// ramp of the cross-fade, which is the same for every source.
+#pragma once
+
+#include <array>
+
+#include "dsp/IppBuffer.h"
+#include "dsp/ipps.h"
+
+class CSpectrumMix {
+  public:
+    enum Kind { kSteady = 0, kFadingOut = 1, kFadingIn = 2 };
+
+    CSpectrumMix() = default;
+    ~CSpectrumMix();
+    CSpectrumMix(const CSpectrumMix &) = delete;
+    CSpectrumMix &operator=(const CSpectrumMix &) = delete;
+
+    // Starts a block of n frames: partitions and transform as the partitioned convolver
+    // makes them for that block length. Allocates when the block length changes, never in
+    // the steady state. False when no transform can be made.
+    bool Begin(int n);
+    // Ends the block: each sum that a source used is transformed back and its last P samples
+    // added to pfBlock (n left, then n right), faded where it is a fading sum. The sums are
+    // left zeroed for the next block. Nothing happens when no block was begun.
+    void Finish(float *pfBlock);
+    // Drops the block begun (its sums are zeroed): nothing is added.
+    void Abandon();
+
+    // The sum of one kind for one ear (0 left, 1 right) and partition, of Floats() floats in
+    // the transform layer's CCS layout, marked as used. Null when no block is begun or the
+    // partition is out of range.
+    float *Sum(Kind kind, int iEar, int iPartition);
+    bool Active() const { return m_bActive; }
+    int BlockLength() const { return m_iBlock; }
+    int FFTLength() const { return m_iFFTLength; }
+    int Floats() const { return m_iFFTLength + 2; }
+
+  private:
+    void Reset();
+
+    int m_iBlock = 0;
+    int m_iPartition = 0;
+    int m_iPartitions = 0;  // of the block
+    int m_iFFTLength = 0;
+    IppsFFTSpec_R_32f *m_pFFTSpec = nullptr;  // owned
+    // For each kind: 2 ears x partitions sums, one after the other.
+    std::array<CIppBuffer, 3> m_sums;
+    std::array<bool, 3> m_used{};
+    CIppBuffer m_pfTime;  // one inverse transform
+    bool m_bActive = false;
+};
