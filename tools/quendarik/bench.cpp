@@ -97,6 +97,8 @@ int RunBench(int argc, char **argv) {
     for (size_t i = 0; i < rest.size(); ++i) {
         if (rest[i] == "--moves") {
             moves = true;
+        } else if (rest[i] == "--moving") {
+            scene.moveAll = true;
         } else if (rest[i] == "--sources" && i + 1 < rest.size()) {
             sources = std::atoi(rest[++i].c_str());
         } else if (rest[i] == "--taps" && i + 1 < rest.size()) {
@@ -104,7 +106,7 @@ int RunBench(int argc, char **argv) {
         } else {
             std::fprintf(stderr,
                          "usage: quendarik bench [--sources N] [--block B] [--seconds S] "
-                         "[--taps T]\n"
+                         "[--taps T] [--moving] [--convolution partitioned|overlap]\n"
                          "       quendarik bench --moves [--block B] [--seconds S]\n");
             return 2;
         }
@@ -158,10 +160,10 @@ int RunBench(int argc, char **argv) {
                                  (scene.block / partition)
                            : rawTransformMicros(scene.block, taps, sources, length);
     std::printf(
-        "sources %d, block %d, %s convolution, %.1f s of audio in %.3f s: real-time "
+        "sources %d%s, block %d, %s convolution, %.1f s of audio in %.3f s: real-time "
         "factor %.1f\n",
-        sources, scene.block, scene.convolution == 1 ? "partitioned" : "whole-filter", audio, wall,
-        audio / wall);
+        sources, scene.moveAll ? " moving" : "", scene.block,
+        scene.convolution == 1 ? "partitioned" : "whole-filter", audio, wall, audio / wall);
     std::printf(
         "per source per block: %.1f us; raw transforms (N = %d, %d taps): %.1f us; "
         "ratio %.2f\n",

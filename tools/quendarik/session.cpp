@@ -178,6 +178,19 @@ int HostedRender::Block(double t) {
             m_sdk.qk_Ssrc_Gen_Samples_1P(m_soundIds[i], nullptr, n, 16, 2, kRate);
         }
     }
+    if (m_scene.moveAll) {
+        // As a game moves its sources: each a hundredth of a radian further every block, so
+        // that every block rebuilds every source's response.
+        const double step = 0.01 * t * kRate / n;
+        for (size_t i = 0; i < m_objectIds.size(); ++i) {
+            const SceneSource &s = m_scene.sources[i];
+            const double angle = std::atan2(-s.x, s.y) + step;
+            const double radius = std::hypot(s.x, s.y);
+            m_sdk.qk_Vsrc_Set_Position(m_objectIds[i],
+                                       static_cast<float>(-radius * std::sin(angle)),
+                                       static_cast<float>(radius * std::cos(angle)), s.z);
+        }
+    }
     if (m_scene.circleSource >= 0 &&
         static_cast<size_t>(m_scene.circleSource) < m_objectIds.size()) {
         // Anticlockwise seen from above, starting straight ahead (+y).
