@@ -1,6 +1,7 @@
 // quendarik bench: renders N sources with no device and tells the real-time factor and the
 // cost of one source in one block, beside the raw transform work such a block needs.
 #include <fftw3.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -83,6 +84,18 @@ double rawTransformMicros(int block, int taps, int sets, int &length) {
     fftwf_free(out);
     return best;
 }
+// Resident memory of this process, from /proc/self/statm.
+long residentKilobytes() {
+    long pages = 0;
+    long resident = 0;
+    if (std::FILE *f = std::fopen("/proc/self/statm", "r")) {
+        if (std::fscanf(f, "%ld %ld", &pages, &resident) != 2) {
+            resident = 0;
+        }
+        std::fclose(f);
+    }
+    return resident * (sysconf(_SC_PAGESIZE) / 1024);
+}
 }  // namespace
 
 int RunBench(int argc, char **argv) {
@@ -145,10 +158,24 @@ int RunBench(int argc, char **argv) {
         return 1;
     }
     const auto start = Clock::now();
+    // A long run is also a soak: the resident memory after the first minute of audio and at
+    // the end tell whether anything grows.
+    const long minute = static_cast<long>(60.0 * HostedRender::kRate / scene.block);
+    long rssMinute = 0;
     for (long b = 1; b < blocks; ++b) {
         render.Block(static_cast<double>(b) * scene.block / HostedRender::kRate);
+        if (b == minute) {
+            rssMinute = residentKilobytes();
+        }
     }
     const double wall = std::chrono::duration<double>(Clock::now() - start).count();
+    if (rssMinute > 0) {
+        const long rssEnd = residentKilobytes();
+        std::printf(
+            "resident memory: %ld KB after the first minute of audio, %ld KB at the end "
+            "(%+.2f %%)\n",
+            rssMinute, rssEnd, 100.0 * (rssEnd - rssMinute) / rssMinute);
+    }
     const double audio = static_cast<double>(blocks - 1) * scene.block / HostedRender::kRate;
     const double perSource = wall * 1e6 / static_cast<double>(blocks - 1) / sources;
     int length = 0;
