@@ -67,7 +67,8 @@ test-sanitize: build-sanitize
 # setarch -R: ThreadSanitizer needs the address layout without the kernel's widest
 # randomisation.
 test-thread: build-thread
-	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 setarch $$(uname -m) -R \
+	QK_STRESS_SECONDS=60 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+	  setarch $$(uname -m) -R \
 	  $(BUILD_TSAN)/tests/quendarik_thread_tests
 
 bench: build

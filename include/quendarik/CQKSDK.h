@@ -189,6 +189,11 @@ class CQKSDK {
     // change takes effect at the next block, with a silent history.
     int qk_Siml_Set_Convolution(int iMethod);
     int qk_Siml_Get_Convolution(int &iMethod);
+    // Threads that render the virtual sources of a block, the engine's own thread counted
+    // (1 to 64; 0, the default: $QK_THREADS, else the machine's cores). The output is the
+    // same bit for bit whatever the count. Takes effect at the next block.
+    int qk_Siml_Set_Threads(int iThreads);
+    int qk_Siml_Get_Threads(int &iThreads);
     // How a file source whose rate differs from the engine's is brought to the engine's rate,
     // for every file source of the engine. 0 (the default): the library's own integer
     // zero-stuffing, which hosts may rely on: unless the rates are whole multiples a file

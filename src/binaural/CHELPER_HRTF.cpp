@@ -132,7 +132,11 @@ int CHELPER_HRTF::LookupMeasurement(int iAzimuth, int iElevation) const {
 
 int CHELPER_HRTF::GetHRTF(float *&pfLeft, float *&pfRight, int &iLength, float fAzimuth,
                           float fElevation, int iSampleRate) {
-    m_iSampleRate = iSampleRate;
+    // Written only when it changes: the engine's workers ask at the same rate at once, and
+    // the engine sets it before they start.
+    if (m_iSampleRate != iSampleRate) {
+        m_iSampleRate = iSampleRate;
+    }
     freeAndNull(pfLeft);
     freeAndNull(pfRight);
     const int iAzimuth = normaliseAzimuth(fAzimuth);

@@ -199,7 +199,7 @@ void CSERVICE_PARTITIONED_HRTF::Convolve(const Filter &filter, float *pfLeft, fl
     float *sumRight = m_pfSumRight;
     ippsZero_32f(sumLeft, m_iFloats);
     ippsZero_32f(sumRight, m_iFloats);
-    Accumulate(filter, sumLeft, sumRight, 1.0f);
+    Accumulate(filter, 0, sumLeft, sumRight, 1.0f, 0, m_iFloats);
     // The valid part of the circular result is its last P samples (overlap-save). The inverse
     // runs in place, N + 2 floats of spectrum becoming N samples.
     ippsFFTInv_CCSToR_32f(sumLeft, sumLeft, m_pFFTSpec, nullptr);
@@ -208,12 +208,64 @@ void CSERVICE_PARTITIONED_HRTF::Convolve(const Filter &filter, float *pfLeft, fl
     ippsCopy_32f(sumRight + (N - P), pfRight, P);
 }
 
-void CSERVICE_PARTITIONED_HRTF::Accumulate(const Filter &filter, float *pfSumLeft,
-                                           float *pfSumRight, float fGain) const {
+void CSERVICE_PARTITIONED_HRTF::Accumulate(const Filter &filter, int iAge, float *pfSumLeft,
+                                           float *pfSumRight, float fGain, int iFrom,
+                                           int iTo) const {
     for (int k = 0; k < filter.iPartitions; ++k) {
-        const float *x = m_pfDelayLine + ((m_iNewest + k) % m_iSlots) * m_iFloats;
-        multiplyAdd(x, filter.left + k * m_iFloats, filter.right + k * m_iFloats, pfSumLeft,
-                    pfSumRight, m_iFloats, fGain);
+        const float *x = m_pfDelayLine + ((m_iNewest + iAge + k) % m_iSlots) * m_iFloats;
+        multiplyAdd(x + iFrom, filter.left + k * m_iFloats + iFrom,
+                    filter.right + k * m_iFloats + iFrom, pfSumLeft + iFrom, pfSumRight + iFrom,
+                    iTo - iFrom, fGain);
+    }
+}
+
+bool CSERVICE_PARTITIONED_HRTF::PushBlock(const float *pfIn, int n, const CSpectrumMix &mix) {
+    if (m_pFFTSpec == nullptr || n != m_iBlock || pfIn == nullptr ||
+        m_filters[m_iCurrent].iPartitions == 0 || !mix.Active() || mix.BlockLength() != n ||
+        mix.FFTLength() != m_iFFTLength) {
+        return false;
+    }
+    // The sums are added after the whole block is in the line, so it holds the filters'
+    // partitions behind each of the block's own (a block's worth of spectra more than a
+    // convolution one partition at a time needs; made once).
+    const int Q = n / m_iPartition;
+    GrowDelayLine(std::max(m_filters[0].iPartitions, m_filters[1].iPartitions) + Q - 1);
+    for (int at = 0; at < n; at += m_iPartition) {
+        PushPartition(pfIn + at);
+    }
+    return true;
+}
+
+void CSERVICE_PARTITIONED_HRTF::AccumulateBlock(CSpectrumMix &mix, float fGain, int iFrom,
+                                                int iTo) const {
+    // Partition p of the block was pushed Q - 1 - p partitions before the newest.
+    const int Q = m_iBlock / m_iPartition;
+    iFrom = std::max(0, iFrom - iFrom % 2);
+    iTo = std::min(m_iFloats, iTo + iTo % 2);
+    if (iFrom >= iTo) {
+        return;
+    }
+    const Filter &current = m_filters[m_iCurrent];
+    const Filter &next = m_filters[1 - m_iCurrent];
+    using K = CSpectrumMix::Kind;
+    for (int p = 0; p < Q; ++p) {
+        const int age = Q - 1 - p;
+        if (m_bWaiting) {
+            Accumulate(current, age, mix.Sum(K::kFadingOut, 0, p), mix.Sum(K::kFadingOut, 1, p),
+                       fGain, iFrom, iTo);
+            Accumulate(next, age, mix.Sum(K::kFadingIn, 0, p), mix.Sum(K::kFadingIn, 1, p), fGain,
+                       iFrom, iTo);
+        } else {
+            Accumulate(current, age, mix.Sum(K::kSteady, 0, p), mix.Sum(K::kSteady, 1, p), fGain,
+                       iFrom, iTo);
+        }
+    }
+}
+
+void CSERVICE_PARTITIONED_HRTF::EndBlock() {
+    if (m_bWaiting) {
+        m_iCurrent = 1 - m_iCurrent;
+        m_bWaiting = false;
     }
 }
 
@@ -224,25 +276,29 @@ int CSERVICE_PARTITIONED_HRTF::_processInto(const float *pfIn, int n, CSpectrumM
         mix.FFTLength() != m_iFFTLength) {
         return -1;
     }
-    const int P = m_iPartition;
+    using K = CSpectrumMix::Kind;
+    if (m_bWaiting) {
+        mix.MarkUsed(K::kFadingOut);
+        mix.MarkUsed(K::kFadingIn);
+    } else {
+        mix.MarkUsed(K::kSteady);
+    }
+    // One partition at a time: the delay line needs no more than the filters' partitions.
     const Filter &current = m_filters[m_iCurrent];
     const Filter &next = m_filters[1 - m_iCurrent];
-    for (int at = 0, p = 0; at < n; at += P, ++p) {
+    for (int at = 0, p = 0; at < n; at += m_iPartition, ++p) {
         PushPartition(pfIn + at);
         if (m_bWaiting) {
-            Accumulate(current, mix.Sum(CSpectrumMix::kFadingOut, 0, p),
-                       mix.Sum(CSpectrumMix::kFadingOut, 1, p), fGain);
-            Accumulate(next, mix.Sum(CSpectrumMix::kFadingIn, 0, p),
-                       mix.Sum(CSpectrumMix::kFadingIn, 1, p), fGain);
+            Accumulate(current, 0, mix.Sum(K::kFadingOut, 0, p), mix.Sum(K::kFadingOut, 1, p),
+                       fGain, 0, m_iFloats);
+            Accumulate(next, 0, mix.Sum(K::kFadingIn, 0, p), mix.Sum(K::kFadingIn, 1, p), fGain, 0,
+                       m_iFloats);
         } else {
-            Accumulate(current, mix.Sum(CSpectrumMix::kSteady, 0, p),
-                       mix.Sum(CSpectrumMix::kSteady, 1, p), fGain);
+            Accumulate(current, 0, mix.Sum(K::kSteady, 0, p), mix.Sum(K::kSteady, 1, p), fGain, 0,
+                       m_iFloats);
         }
     }
-    if (m_bWaiting) {
-        m_iCurrent = 1 - m_iCurrent;
-        m_bWaiting = false;
-    }
+    EndBlock();
     return 0;
 }
 

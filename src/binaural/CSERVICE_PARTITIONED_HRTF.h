@@ -48,6 +48,16 @@ class CSERVICE_PARTITIONED_HRTF : public CSERVICE {
     // fading sums). -1, with nothing added or advanced, when no filter is in use, n isn't the
     // block length, or the mix isn't begun for this block length. Allocates nothing.
     int _processInto(const float *pfIn, int n, CSpectrumMix &mix, float fGain);
+    // The same in three steps, so that the middle one can be shared out among threads by
+    // ranges of the spectrum: PushBlock takes the block's input into the delay line (false,
+    // with nothing done, where _processInto would give -1); AccumulateBlock adds the floats
+    // iFrom .. iTo of every partition's sums (it reads only this convolver and writes only
+    // those floats of the mix); EndBlock ends a cross-fade. Fading() tells which sums the
+    // block adds to: the fading ones when true, the steady ones otherwise.
+    bool PushBlock(const float *pfIn, int n, const CSpectrumMix &mix);
+    void AccumulateBlock(CSpectrumMix &mix, float fGain, int iFrom, int iTo) const;
+    void EndBlock();
+    bool Fading() const { return m_bWaiting; }
     // Drops everything. Returns 0.
     int _quit() override;
     // Silences the running convolution.
@@ -80,8 +90,10 @@ class CSERVICE_PARTITIONED_HRTF : public CSERVICE {
     void PushPartition(const float *pfIn);
     // The delay line through a filter: P samples of each ear to pfLeft and pfRight.
     void Convolve(const Filter &filter, float *pfLeft, float *pfRight);
-    // Adds fGain times the delay line through a filter to two spectrum sums.
-    void Accumulate(const Filter &filter, float *pfSumLeft, float *pfSumRight, float fGain) const;
+    // Adds fGain times the delay line, iAge partitions back from the newest, through a filter
+    // to the floats iFrom .. iTo of two spectrum sums.
+    void Accumulate(const Filter &filter, int iAge, float *pfSumLeft, float *pfSumRight,
+                    float fGain, int iFrom, int iTo) const;
 
     int m_iBlock = 0;                         // block length in frames
     int m_iPartition = 0;                     // P

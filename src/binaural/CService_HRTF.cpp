@@ -158,10 +158,7 @@ int CService_HRTF::_process(float *pfIn, int n, int) {
     }
     if (m_sMethod == kPartitioned) {
         // The convolver fades from the old filter to the new on the same input history.
-        m_iLength = m_iNewLength;
-        m_iLengthInUse = m_iLength;
-        m_bReInitialize = 0;
-        m_Partitioned.SetResponse(m_pfLeft, m_pfRight, m_iLength, n);
+        TakeWaitingResponse(n);
         m_Partitioned._process(pfIn, n, m_pfData);
         return 0;
     }
@@ -169,18 +166,39 @@ int CService_HRTF::_process(float *pfIn, int n, int) {
     return 0;
 }
 
-int CService_HRTF::ProcessIntoMix(float *pfIn, int n, CSpectrumMix &mix, float fGain) {
+int CService_HRTF::PrepareIntoMix(float *pfIn, int n, const CSpectrumMix &mix) {
     if (m_pHelper == nullptr || pfIn == nullptr || n < 1 || m_sMethod != kPartitioned) {
         return -1;
     }
+    TakeWaitingResponse(n);
+    return m_Partitioned.PushBlock(pfIn, n, mix) ? 0 : -1;
+}
+
+// The waiting response goes to the convolver, which fades to it in this block, whichever way
+// the block is rendered.
+void CService_HRTF::TakeWaitingResponse(int n) {
     if (m_bReInitialize != 0) {
-        // The waiting response goes to the convolver, which fades to it in this block,
-        // whichever way the block is rendered.
         m_iLength = m_iNewLength;
         m_iLengthInUse = m_iLength;
         m_bReInitialize = 0;
         m_Partitioned.SetResponse(m_pfLeft, m_pfRight, m_iLength, n);
     }
+}
+
+void CService_HRTF::MarkIntoMix(CSpectrumMix &mix) const {
+    if (m_Partitioned.Fading()) {
+        mix.MarkUsed(CSpectrumMix::kFadingOut);
+        mix.MarkUsed(CSpectrumMix::kFadingIn);
+    } else {
+        mix.MarkUsed(CSpectrumMix::kSteady);
+    }
+}
+
+int CService_HRTF::ProcessIntoMix(float *pfIn, int n, CSpectrumMix &mix, float fGain) {
+    if (m_pHelper == nullptr || pfIn == nullptr || n < 1 || m_sMethod != kPartitioned) {
+        return -1;
+    }
+    TakeWaitingResponse(n);
     return m_Partitioned._processInto(pfIn, n, mix, fGain);
 }
 

@@ -74,7 +74,6 @@ float *CSpectrumMix::Sum(Kind kind, int iEar, int iPartition) {
     if (!m_bActive || iPartition < 0 || iPartition >= m_iPartitions || iEar < 0 || iEar > 1) {
         return nullptr;
     }
-    m_used[kind] = true;
     return m_sums[kind] + (iEar * m_iPartitions + iPartition) * Floats();
 }
 

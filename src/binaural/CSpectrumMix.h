@@ -34,9 +34,13 @@ class CSpectrumMix {
     void Abandon();
 
     // The sum of one kind for one ear (0 left, 1 right) and partition, of Floats() floats in
-    // the transform layer's CCS layout, marked as used. Null when no block is begun or the
-    // partition is out of range.
+    // the transform layer's CCS layout. Null when no block is begun or the partition is out
+    // of range. Several threads may add to distinct floats of the sums at once.
     float *Sum(Kind kind, int iEar, int iPartition);
+    // Says that sums of a kind were added to this block, so that Finish transforms them. On
+    // one thread, before Finish.
+    void MarkUsed(Kind kind) { m_used[kind] = true; }
+    int Partitions() const { return m_iPartitions; }
     bool Active() const { return m_bActive; }
     int BlockLength() const { return m_iBlock; }
     int FFTLength() const { return m_iFFTLength; }

@@ -64,6 +64,20 @@ class CQUENDARIC_Object_Source : public CQUENDARIC_Object {
     void ReInitializeHRTF(int iRate);
     // Responses from a room model or a pre-computed set. With no such model in the library
     // they ask for nothing; the block path renders one HRTF for the direction instead.
+    // A block in phases, so that the engine's workers can share the work of its sources:
+    // PrepareBlock renders the object's part of a block without touching the listener (on any
+    // thread, one object per thread at a time); AccumulateSpectrum adds the floats iFrom ..
+    // iTo of its part to the listener's spectrum sums (several threads at once, each on its
+    // own range); FinishBlock, on the engine thread in list order, ends the block and adds a
+    // time-domain part to the listener. An object whose RendersInPhases is false is rendered
+    // whole by _process in the finishing phase.
+    virtual bool RendersInPhases() const { return false; }
+    virtual int PrepareBlock(int n, int iRate) { return 0; }
+    // Says which of the listener's sums the block adds to; on the engine thread.
+    virtual void MarkSpectrum(CSpectrumMix &mix) const {}
+    virtual void AccumulateSpectrum(CSpectrumMix &mix, int iFrom, int iTo) const {}
+    virtual void FinishBlock(int n) {}
+
     virtual void ReInitializeMonauralImpulseResponse();
     virtual void ReInitializeBinauralImpulseResponse();
     virtual int ReInitializeBIR_PCIRS();

@@ -101,6 +101,50 @@ void CQUENDARIC_Object_Source_Sound::Terminate() {
 }
 
 int CQUENDARIC_Object_Source_Sound::_process(int n, int iRate) {
+    m_bPhased = false;
+    const int iResult = Prepare(n, iRate);
+    m_bPrepared = iResult == 0;
+    FinishBlock(n);
+    return iResult;
+}
+
+int CQUENDARIC_Object_Source_Sound::PrepareBlock(int n, int iRate) {
+    m_bPhased = true;
+    m_bPrepared = Prepare(n, iRate) == 0;
+    return m_bPrepared ? 0 : -1;
+}
+
+void CQUENDARIC_Object_Source_Sound::MarkSpectrum(CSpectrumMix &mix) const {
+    if (m_bPrepared && m_bMixedInSpectrum && m_bPhased) {
+        m_HRTF.MarkIntoMix(mix);
+    }
+}
+
+void CQUENDARIC_Object_Source_Sound::AccumulateSpectrum(CSpectrumMix &mix, int iFrom,
+                                                        int iTo) const {
+    if (m_bPrepared && m_bMixedInSpectrum && m_bPhased) {
+        m_HRTF.AccumulateIntoMix(mix, m_fSpectrumGain, iFrom, iTo);
+    }
+}
+
+void CQUENDARIC_Object_Source_Sound::FinishBlock(int n) {
+    if (!m_bPrepared) {
+        return;  // the block couldn't be rendered: nothing to add
+    }
+    m_bPrepared = false;
+    if (m_bMixedInSpectrum) {
+        if (m_bPhased) {
+            m_HRTF.EndIntoMix();
+        }
+    } else {
+        // A plain sum: no level per source.
+        m_pSink->_adjustDataBuffer(2 * n);
+        qk::AddBlock(m_pfData, m_pSink->m_pfData, 2 * n);
+    }
+    m_bPhased = false;
+}
+
+int CQUENDARIC_Object_Source_Sound::Prepare(int n, int iRate) {
     if (m_pSink == nullptr || m_pSSS_Source == nullptr || m_pSSS_Source->m_pfData == nullptr ||
         m_pParameters == nullptr) {
         return -1;
@@ -140,11 +184,6 @@ int CQUENDARIC_Object_Source_Sound::_process(int n, int iRate) {
         HeadMotion(n, iRate);
     }
     m_iRecalculate = 0;
-    // A plain sum: no level per source.
-    m_pSink->_adjustDataBuffer(2 * n);
-    if (!m_bMixedInSpectrum) {
-        qk::AddBlock(m_pfData, m_pSink->m_pfData, 2 * n);
-    }
     return 0;
 }
 
@@ -298,8 +337,11 @@ void CQUENDARIC_Object_Source_Sound::Render(int n, int iRate, int iSelector, flo
     if (m_pParameters->m_iSplitBands == 0) {
         // Into the listener's spectrum sums when it mixes in the frequency domain: no inverse
         // transform, no copy and no mix of this object's own.
-        m_bMixedInSpectrum = m_pSink->m_Mix.Active() &&
-                             m_HRTF.ProcessIntoMix(m_pfMono, n, m_pSink->m_Mix, fGain) == 0;
+        CSpectrumMix &mix = m_pSink->m_Mix;
+        m_fSpectrumGain = fGain;
+        m_bMixedInSpectrum =
+            mix.Active() && (m_bPhased ? m_HRTF.PrepareIntoMix(m_pfMono, n, mix)
+                                       : m_HRTF.ProcessIntoMix(m_pfMono, n, mix, fGain)) == 0;
         if (!m_bMixedInSpectrum) {
             Convolve(m_pfMono, n, iRate, fGain);
         }

@@ -34,6 +34,12 @@ class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
     // it to the listener's block. -1, silently, without a listener, a sound, its samples or
     // settings, or for a block length or rate it can't render; 0 otherwise.
     int _process(int n, int iRate) override;
+    // _process in phases, for the engine's workers (see the base).
+    bool RendersInPhases() const override { return true; }
+    int PrepareBlock(int n, int iRate) override;
+    void MarkSpectrum(CSpectrumMix &mix) const override;
+    void AccumulateSpectrum(CSpectrumMix &mix, int iFrom, int iTo) const override;
+    void FinishBlock(int n) override;
     // Ends the format; nothing when not initialised.
     void Terminate() override;
     virtual int ResetInternalBuffers() { return 0; }
@@ -44,8 +50,14 @@ class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
     float m_fMotionAzimuth = -1.0f;  // last wobbled azimuth
     // This block went into the listener's spectrum sums, not into m_pfData.
     bool m_bMixedInSpectrum = false;
+    // The block is rendered in phases: the spectrum sums are added by AccumulateSpectrum.
+    bool m_bPhased = false;
+    float m_fSpectrumGain = 1.0f;  // the level the phased block adds to the sums with
+    bool m_bPrepared = false;      // the block was rendered and waits to be finished
 
   private:
+    // Everything of a block but what touches the listener; 0, or -1 as _process.
+    int Prepare(int n, int iRate);
     // The channel selector of the settings' channel mode, or -1.
     int ChannelSelector() const;
     void FetchMono(int n, int iSelector);

@@ -151,6 +151,19 @@ int CQKSDK::qk_Siml_Get_Convolution(int &iMethod) {
     return 0;
 }
 
+int CQKSDK::qk_Siml_Set_Threads(int iThreads) {
+    if (iThreads < 0 || iThreads > 64) {
+        return -1;
+    }
+    m_pProcessor->m_Parameters.m_iThreads = iThreads;
+    return 0;
+}
+
+int CQKSDK::qk_Siml_Get_Threads(int &iThreads) {
+    iThreads = m_pProcessor->m_Parameters.m_iThreads;
+    return 0;
+}
+
 int CQKSDK::qk_Siml_Set_Gain(float fValue) {
     m_pProcessor->m_Parameters.m_fGain = fValue;
     return 0;

@@ -138,6 +138,9 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
     // partitioned one. Not in the stored form; a change takes effect at the next block, with
     // a silent history.
     qk::Relaxed<int> m_iConvolution = 0;
+    // Threads that render the sources of a block, the engine's own counted; 0: QK_THREADS, or
+    // the machine's cores. Not in the stored form. The output is the same whatever the count.
+    qk::Relaxed<int> m_iThreads = 0;
     std::unique_ptr<CHELPER_HRTF> m_pHRTF;      // the set in use; null until the first load
     std::unique_ptr<CHELPER_HRTF> m_pHRTF_CTC;  // the canceller's set
     // The file (and its size and time) whose load failed last, for each set: engine thread.

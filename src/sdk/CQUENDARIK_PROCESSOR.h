@@ -17,6 +17,7 @@
 #include "platform/Event.h"
 #include "platform/Relaxed.h"
 #include "platform/Thread.h"
+#include "platform/WorkerPool.h"
 #include "render/CQUENDARIC_Object_Sink.h"
 #include "render/CQUENDARIC_Object_Source.h"
 #include "sdk/CMoveDirectory.h"
@@ -220,6 +221,15 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     void FollowHRTFRequests();
     // Clears the listener's block and lets each enabled virtual source add itself to it.
     float *RenderObjects(CQUENDARIC_Object_Sink &listener, int n, int iSampleRate);
+    // The sources of a block shared out among the worker threads, in three phases: each
+    // source renders its part (any thread); the spectrum sums are added by ranges of the
+    // spectrum, each range over the sources in list order (any thread); each source finishes
+    // in list order (this thread). The sums are thus formed in the same order whatever the
+    // thread count, and so is the output.
+    void RenderObjectsInPhases(CQUENDARIC_Object_Sink &listener, int n, int iRate,
+                               bool bSpectrumMix);
+    // The worker pool for the thread count in force; made again when the count changes.
+    qk::CWorkerPool &Workers();
     // Ends the one-block change pulses.
     void FinishBlock(CQUENDARIC_Object_Sink &listener);
 
@@ -228,6 +238,10 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     void OnProcessWinAmp(uintptr_t wParam, intptr_t lParam);
 
     CMoveDirectory m_Moves;  // where hosts leave moves without the engine lock
+    std::unique_ptr<qk::CWorkerPool> m_pWorkers;
+    // The enabled sources of the block being rendered in phases; keeps its capacity.
+    std::vector<CQUENDARIC_Object_Source *> m_blockObjects;
+    const int m_iDefaultThreads = qk::CWorkerPool::DefaultThreads();
     qk::Relaxed<int> m_iFileResampling = 0;
     qk::Relaxed<int> m_iExited = 0;
     qk::Relaxed<int> m_iBlocks = 0;

@@ -87,18 +87,100 @@ float *CQUENDARIK_PROCESSOR::RenderObjects(CQUENDARIC_Object_Sink &listener, int
     // Sources that convolve partitioned add their spectra to the listener's sums, which are
     // transformed back once for all of them.
     const bool bSpectrumMix = m_Parameters.m_iConvolution == 1 && listener.m_Mix.Begin(n);
-    for (auto &object : m_list3DSources) {
-        if (object->m_iEnable == 0) {
-            continue;
+    if (Workers().Threads() > 1) {
+        for (auto &object : m_list3DSources) {
+            if (object->m_iEnable != 0) {
+                object->m_pSink = &listener;
+                object->m_iRecalculate = recalculate;
+            }
         }
-        object->m_pSink = &listener;
-        object->m_iRecalculate = recalculate;
-        object->_process(n, iRate);  // adds itself to the listener's block
+        RenderObjectsInPhases(listener, n, iRate, bSpectrumMix);
+    } else {
+        for (auto &object : m_list3DSources) {
+            if (object->m_iEnable == 0) {
+                continue;
+            }
+            object->m_pSink = &listener;
+            object->m_iRecalculate = recalculate;
+            object->_process(n, iRate);  // adds itself to the listener's block
+        }
     }
     if (bSpectrumMix) {
         listener.m_Mix.Finish(listener.m_pfData.get());
     }
     return listener.m_pfData.get();
+}
+
+qk::CWorkerPool &CQUENDARIK_PROCESSOR::Workers() {
+    const int threads = m_Parameters.m_iThreads;
+    const int wanted = threads > 0 ? threads : m_iDefaultThreads;
+    if (m_pWorkers == nullptr || m_pWorkers->Threads() != std::min(wanted, 64)) {
+        m_pWorkers = std::make_unique<qk::CWorkerPool>(wanted);
+    }
+    return *m_pWorkers;
+}
+
+namespace {
+struct PhaseWork {
+    std::vector<CQUENDARIC_Object_Source *> *objects;
+    CSpectrumMix *mix;
+    int n;
+    int iRate;
+    int iRange;  // floats of the spectrum a range holds; even
+};
+
+void prepareObject(void *context, int i) {
+    const PhaseWork &work = *static_cast<const PhaseWork *>(context);
+    CQUENDARIC_Object_Source *object = (*work.objects)[static_cast<size_t>(i)];
+    if (object->RendersInPhases()) {
+        object->PrepareBlock(work.n, work.iRate);
+    }
+}
+
+void accumulateRange(void *context, int j) {
+    const PhaseWork &work = *static_cast<const PhaseWork *>(context);
+    const int from = j * work.iRange;
+    const int to = std::min(work.mix->Floats(), from + work.iRange);
+    for (CQUENDARIC_Object_Source *object : *work.objects) {
+        object->AccumulateSpectrum(*work.mix, from, to);
+    }
+}
+}  // namespace
+
+void CQUENDARIK_PROCESSOR::RenderObjectsInPhases(CQUENDARIC_Object_Sink &listener, int n, int iRate,
+                                                 bool bSpectrumMix) {
+    m_blockObjects.clear();
+    for (auto &object : m_list3DSources) {
+        if (object->m_iEnable != 0) {
+            m_blockObjects.push_back(object.get());
+        }
+    }
+    // Workers may fetch responses from the data set: its rate is set here, once, not by each.
+    if (CHELPER_HRTF *set = m_Parameters.m_pHRTF.get(); set != nullptr) {
+        if (set->m_iSampleRate != iRate) {
+            set->m_iSampleRate = iRate;
+        }
+    }
+    qk::CWorkerPool &workers = Workers();
+    PhaseWork work{&m_blockObjects, &listener.m_Mix, n, iRate, 0};
+    workers.Run(static_cast<int>(m_blockObjects.size()), &prepareObject, &work);
+    if (bSpectrumMix) {
+        for (CQUENDARIC_Object_Source *object : m_blockObjects) {
+            object->MarkSpectrum(listener.m_Mix);
+        }
+        // A few ranges a thread, each a whole number of complex values.
+        const int floats = listener.m_Mix.Floats();
+        const int ranges = std::min(4 * workers.Threads(), floats / 2);
+        work.iRange = ((floats + ranges - 1) / ranges + 1) & ~1;
+        workers.Run((floats + work.iRange - 1) / work.iRange, &accumulateRange, &work);
+    }
+    for (CQUENDARIC_Object_Source *object : m_blockObjects) {
+        if (object->RendersInPhases()) {
+            object->FinishBlock(n);
+        } else {
+            object->_process(n, iRate);
+        }
+    }
 }
 
 void CQUENDARIK_PROCESSOR::FinishBlock(CQUENDARIC_Object_Sink &listener) {

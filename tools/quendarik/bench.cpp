@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "platform/WorkerPool.h"
 #include "session.h"
 
 namespace qkcli {
@@ -120,6 +121,7 @@ int RunBench(int argc, char **argv) {
             std::fprintf(stderr,
                          "usage: quendarik bench [--sources N] [--block B] [--seconds S] "
                          "[--taps T] [--moving] [--convolution partitioned|overlap]\n"
+                         "       [--threads T]\n"
                          "       quendarik bench --moves [--block B] [--seconds S]\n");
             return 2;
         }
@@ -169,6 +171,7 @@ int RunBench(int argc, char **argv) {
         }
     }
     const double wall = std::chrono::duration<double>(Clock::now() - start).count();
+    const int threads = scene.threads > 0 ? scene.threads : qk::CWorkerPool::DefaultThreads();
     if (rssMinute > 0) {
         const long rssEnd = residentKilobytes();
         std::printf(
@@ -187,9 +190,9 @@ int RunBench(int argc, char **argv) {
                                  (scene.block / partition)
                            : rawTransformMicros(scene.block, taps, sources, length);
     std::printf(
-        "sources %d%s, block %d, %s convolution, %.1f s of audio in %.3f s: real-time "
-        "factor %.1f\n",
-        sources, scene.moveAll ? " moving" : "", scene.block,
+        "sources %d%s, block %d, %d thread%s, %s convolution, %.1f s of audio in %.3f s: "
+        "real-time factor %.1f\n",
+        sources, scene.moveAll ? " moving" : "", scene.block, threads, threads == 1 ? "" : "s",
         scene.convolution == 1 ? "partitioned" : "whole-filter", audio, wall, audio / wall);
     std::printf(
         "per source per block: %.1f us; raw transforms (N = %d, %d taps): %.1f us; "

@@ -73,6 +73,10 @@ bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *r
                    (std::string(argv[i + 1]) == "partitioned" ||
                     std::string(argv[i + 1]) == "overlap")) {
             scene.convolution = std::string(argv[++i]) == "partitioned" ? 1 : 0;
+        } else if (opt == "--threads" && readFloats(argv, i + 1, argc, 1, v) && v[0] >= 1 &&
+                   v[0] <= 64) {
+            scene.threads = static_cast<int>(v[0]);
+            i += 1;
         } else if (opt == "--zero-stuffing") {
             scene.zeroStuffing = true;
         } else if (opt == "--hrtf" && i + 1 < argc) {
@@ -89,6 +93,7 @@ bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *r
 
 void ChooseMethods(CQKSDK &sdk, const Scene &scene, int iEngineRate) {
     sdk.qk_Siml_Set_Convolution(scene.convolution);
+    sdk.qk_Siml_Set_Threads(scene.threads);
     sdk.qk_Siml_Set_FileResampling(scene.zeroStuffing ? 0 : 1);
     if (!scene.zeroStuffing) {
         return;

@@ -31,6 +31,7 @@ struct Scene {
     bool zeroStuffing = false;  // files at another rate keep the library's default conversion
     int convolution = 1;        // 1 partitioned, 0 the library's default whole-filter method
     bool moveAll = false;       // every source moves a little round the listener every block
+    int threads = 0;            // threads rendering the sources; 0: the library's default
 };
 
 // Chooses the scene's convolution method, and how its files at another rate are converted

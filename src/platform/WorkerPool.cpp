@@ -1,0 +1,100 @@
+#include "platform/WorkerPool.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace qk {
+
+CWorkerPool::CWorkerPool(int iThreads) {
+    const int workers = std::max(0, std::min(iThreads, 64) - 1);
+    m_workers.reserve(static_cast<size_t>(workers));
+    for (int i = 0; i < workers; ++i) {
+        m_workers.emplace_back([this] { Work(); });
+    }
+}
+
+CWorkerPool::~CWorkerPool() {
+    {
+        std::lock_guard<std::mutex> guard(m_mutex);
+        m_bQuit = true;
+    }
+    m_wake.notify_all();
+    for (std::thread &worker : m_workers) {
+        worker.join();
+    }
+}
+
+int CWorkerPool::DefaultThreads() {
+    if (const char *text = std::getenv("QK_THREADS")) {
+        const int count = std::atoi(text);
+        if (count >= 1 && count <= 64) {
+            return count;
+        }
+    }
+    return static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+}
+
+void CWorkerPool::TakeIndices(unsigned generation, Task task, void *context, int count) {
+    for (;;) {
+        unsigned long long v = m_next.load(std::memory_order_acquire);
+        do {
+            if ((v >> 32) != generation || static_cast<int>(v & 0xFFFFFFFFu) >= count) {
+                return;
+            }
+        } while (!m_next.compare_exchange_weak(v, v + 1, std::memory_order_acq_rel));
+        task(context, static_cast<int>(v & 0xFFFFFFFFu));
+        if (m_iLeft.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+            std::lock_guard<std::mutex> guard(m_mutex);  // so the wait can't miss it
+            m_done.notify_all();
+        }
+    }
+}
+
+void CWorkerPool::Work() {
+    unsigned seen = 0;
+    for (;;) {
+        Task task = nullptr;
+        void *context = nullptr;
+        int count = 0;
+        {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            m_wake.wait(lock, [&] { return m_bQuit || m_uGeneration != seen; });
+            if (m_bQuit) {
+                return;
+            }
+            seen = m_uGeneration;
+            task = m_task;
+            context = m_pContext;
+            count = m_iCount;
+        }
+        TakeIndices(seen, task, context, count);
+    }
+}
+
+void CWorkerPool::Run(int iCount, Task task, void *context) {
+    if (iCount < 1) {
+        return;
+    }
+    if (m_workers.empty() || iCount == 1) {
+        for (int i = 0; i < iCount; ++i) {
+            task(context, i);
+        }
+        return;
+    }
+    unsigned generation = 0;
+    {
+        std::lock_guard<std::mutex> guard(m_mutex);
+        generation = ++m_uGeneration;
+        m_task = task;
+        m_pContext = context;
+        m_iCount = iCount;
+        m_iLeft.store(iCount, std::memory_order_relaxed);
+        m_next.store(static_cast<unsigned long long>(generation) << 32, std::memory_order_release);
+    }
+    m_wake.notify_all();
+    TakeIndices(generation, task, context, iCount);
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_done.wait(lock, [this] { return m_iLeft.load(std::memory_order_acquire) == 0; });
+}
+
+}  // namespace qk
