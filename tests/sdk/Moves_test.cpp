@@ -159,6 +159,14 @@ TEST(Moves, HostsChangingTheSceneWhileWorkersRender) {
     const double seconds = text != nullptr ? std::atof(text) : 5.0;
     Scene scene(8);
     CQKSDK &sdk = scene.sdk;
+    // Each removal of a listener is reported; counted, not printed.
+    static std::atomic<int> s_reports{0};
+    sdk.qk_Appl_Register_On_Message(
+        [](unsigned long, const char *, const char *, int) {
+            ++s_reports;
+            return QK_ANSWER_OK;
+        },
+        0);
     sdk.qk_Siml_Set_Threads(4);
     sdk.qk_Siml_Set_Convolution(1);
     int second = 0;
@@ -221,6 +229,7 @@ TEST(Moves, HostsChangingTheSceneWhileWorkersRender) {
     int after = 0;
     sdk.qk_Siml_Get_Blocks(after);
     sdk.qkStop();
+    sdk.qk_Appl_Register_On_Message(nullptr, 0);
     EXPECT_GT(after, before);
     EXPECT_GT(changes.load(), 100);
 }
