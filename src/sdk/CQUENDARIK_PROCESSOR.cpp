@@ -1,6 +1,7 @@
 #include "sdk/CQUENDARIK_PROCESSOR.h"
 
 #include <cstring>
+#include <filesystem>
 
 #include "platform/Paths.h"
 #include "platform/Report.h"
@@ -245,7 +246,13 @@ int CQUENDARIK_PROCESSOR::AddSource_File(int &iID, const std::string &strPath) {
     } else if (kind == "AC3") {
         source = std::make_unique<CSOURCE_AC3>();
     } else if (kind == "MP3") {
+        // A file that is there but isn't MPEG audio is refused now rather than playing
+        // silence; a missing file is accepted and reported when play opens it.
         source = std::make_unique<CSOURCE_MP3>();
+        if (std::filesystem::exists(strPath) && source->CheckFileName(strPath) != 0) {
+            qk::Report(strPath + ": not an MPEG audio file.", kCaption, qk::Severity::Error);
+            return -1;
+        }
     } else {
         qk::Report(kind + " files are not supported.", kCaption, qk::Severity::Error);
         return -1;
