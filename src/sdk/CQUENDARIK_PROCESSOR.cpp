@@ -3,6 +3,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "audio/CSOURCE_SOUNDCARD.h"
 #include "platform/Paths.h"
 #include "platform/Report.h"
 #include "sdk/Messages.h"
@@ -231,6 +232,11 @@ int CQUENDARIK_PROCESSOR::AddSource_DXi2(int &iID) {
 
 int CQUENDARIK_PROCESSOR::AddSource_WMP(int &iID) {
     iID = AddSource(std::make_unique<CSOURCE_WMP>());
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::AddSource_SoundCard(int &, int) {
+    AddSource(std::make_unique<CSOURCE_SOUNDCARD>());
     return 0;
 }
 
