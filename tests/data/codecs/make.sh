@@ -18,6 +18,6 @@ sox -R -n -r 48000 -b 16 -c 6 six48.wav synth 0.5 sine 300 sine 500 sine 700 sin
 
 lame --quiet -b 320 --tt "Sweep and bursts" src44.wav src44.mp3
 lame --quiet -b 96 --resample 48 -m m tone48.wav tone48.mp3
-ffmpeg -v error -y -i src44.wav -c:a ac3 -b:a 192k src44.ac3
+ffmpeg -v error -y -i src44.wav -c:a ac3 -b:a 448k src44.ac3
 ffmpeg -v error -y -i six48.wav -c:a ac3 -b:a 384k -channel_layout 5.1 six48.ac3
 rm tone48.wav six48.wav
