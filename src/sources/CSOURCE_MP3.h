@@ -59,6 +59,10 @@ class CSOURCE_MP3 : public CSOURCE_FILE {
     // Room a title is given in GetFileInfo, with its closing zero.
     static constexpr int kInfoTextLength = 260;
 
+    // Two words kept free in the object, as they have always been.
+    int m_iReserved1 = 0;
+    int m_iReserved2 = 0;
+
   private:
     // Decodes iFrames frames into m_pbInput, starting again behind the offset at the end of
     // the file. Fewer come back only when the file has nothing to play.
@@ -70,8 +74,6 @@ class CSOURCE_MP3 : public CSOURCE_FILE {
     void ResetConverter();
     void Fail(const std::string &strWhat);
 
-    int m_iReserved1 = 0;
-    int m_iReserved2 = 0;
     std::vector<int16_t> m_pbInput;  // decoded frames, interleaved
     std::vector<float> m_pbOutput;   // converted frames, interleaved
     CMp3Decoder m_decoder;
