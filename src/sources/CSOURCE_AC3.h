@@ -78,6 +78,8 @@ class CSOURCE_AC3 : public CSOURCE_FILE {
     double m_dScale = 32767.0;
 
   private:
+    // Takes over a file asked for by SetFile; true when there is one.
+    bool TakeRequest();
     void Fail(const std::string &strWhat);
 
     CAc3Stream m_stream;

@@ -181,17 +181,22 @@ bool CSOURCE_MP3::FillConverted(int iLength, int iSampleRate) {
     return true;
 }
 
+bool CSOURCE_MP3::TakeRequest() {
+    // Compared in place, so that a block with no new request copies no text. An empty request
+    // is no request: the file given at creation stays in use.
+    std::lock_guard<std::mutex> guard(m_csFileRequest);
+    if (m_strFileRequest.empty() || m_strFileRequest == m_strFile) {
+        return false;
+    }
+    m_strFile = m_strFileRequest;
+    return true;
+}
+
 int CSOURCE_MP3::_process_1P(void *, int iLength, int, int, int iSampleRate) {
     if (m_iEnable == 0) {
         return 0;
     }
-    // An empty request is no request: the file given at creation stays in use.
-    const std::string request = GetFileRequest();
-    if (m_iInitialized == 0 || (!request.empty() && m_strFile != request) ||
-        (!m_decoder.IsOpen() && !m_strFile.empty())) {
-        if (!request.empty()) {
-            m_strFile = request;
-        }
+    if (TakeRequest() || m_iInitialized == 0 || (!m_decoder.IsOpen() && !m_strFile.empty())) {
         _init(iLength, iSampleRate);
     }
     if (!m_decoder.IsOpen() || iLength < 1 || iLength > m_iBufferLength || iSampleRate < 1) {
