@@ -96,6 +96,11 @@ class CQKSDK {
     int qk_Ssrc_Add_VST(int &iID);
     int qk_Ssrc_Add_DXi2(int &iID);
     int qk_Ssrc_Add_WMP(int &iID);
+    // Live input from the default capture device ($QK_ALSA_CAPTURE_DEVICE, else ALSA's
+    // "default"; "virtual" is a built-in clocked test tone): 2 channels, 16 bits, 44100 Hz.
+    // iDevice isn't used. As it always has been, iID isn't written: the source's id is the
+    // one after the id of the source added just before it. Returns 0.
+    int qk_Ssrc_Add_SoundCard(int &iID, int iDevice);
     int qk_Ssrc_Gen_Samples_1P(int iID, void *pData, int iLength, int iBits, int iChannels,
                                int iSampleRate);
     int qk_Ssrc_Gen_Samples_2P(int iID, void **ppData, int iLength, int iBits, int iChannels,

@@ -211,6 +211,10 @@ int CQKSDK::qk_Ssrc_Add_WMP(int &iID) {
     return m_pProcessor->AddSource_WMP(iID);
 }
 
+int CQKSDK::qk_Ssrc_Add_SoundCard(int &iID, int iDevice) {
+    return m_pProcessor->AddSource_SoundCard(iID, iDevice);
+}
+
 int CQKSDK::qk_Ssrc_Add_File(int &iID, const char *pcPath) {
     if (pcPath == nullptr) {
         return -1;

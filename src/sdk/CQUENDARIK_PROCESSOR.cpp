@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 
+#include "audio/CSOURCE_SOUNDCARD.h"
 #include "platform/Paths.h"
 #include "platform/Report.h"
 #include "sdk/Messages.h"
@@ -254,6 +256,11 @@ int CQUENDARIK_PROCESSOR::AddSource_WMP(int &iID) {
     return 0;
 }
 
+int CQUENDARIK_PROCESSOR::AddSource_SoundCard(int &, int) {
+    AddSource(std::make_unique<CSOURCE_SOUNDCARD>());
+    return 0;
+}
+
 int CQUENDARIK_PROCESSOR::AddSource_File(int &iID, const std::string &strPath) {
     if (strPath.size() < 3) {
         return -1;
@@ -266,7 +273,13 @@ int CQUENDARIK_PROCESSOR::AddSource_File(int &iID, const std::string &strPath) {
     } else if (kind == "AC3") {
         source = std::make_unique<CSOURCE_AC3>();
     } else if (kind == "MP3") {
+        // A file that is there but isn't MPEG audio is refused now rather than playing
+        // silence; a missing file is accepted and reported when play opens it.
         source = std::make_unique<CSOURCE_MP3>();
+        if (std::filesystem::exists(strPath) && source->CheckFileName(strPath) != 0) {
+            qk::Report(strPath + ": not an MPEG audio file.", kCaption, qk::Severity::Error);
+            return -1;
+        }
     } else {
         qk::Report(kind + " files are not supported.", kCaption, qk::Severity::Error);
         return -1;

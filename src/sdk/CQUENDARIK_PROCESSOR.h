@@ -50,6 +50,9 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     int AddSource_VST(int &iID);
     int AddSource_DXi2(int &iID);
     int AddSource_WMP(int &iID);
+    // A capture source on the default device; iDevice isn't passed on, and iID isn't
+    // written (as it never was).
+    int AddSource_SoundCard(int &iID, int iDevice);
     // The kind is fixed by the last three characters of the name: WAV, AC3 or MP3.
     int AddSource_File(int &iID, const std::string &strPath);
     int SetSource_File(int iID, const std::string &strPath);

@@ -1,0 +1,215 @@
+#include "audio/WaveInDevice.h"
+
+#include <alsa/asoundlib.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "audio/AlsaWaveIn.h"
+
+namespace {
+// The capture-capable PCMs in the order ALSA lists them.
+std::vector<std::string> captureNames() {
+    std::vector<std::string> names;
+    void **hints = nullptr;
+    if (snd_device_name_hint(-1, "pcm", &hints) == 0 && hints != nullptr) {
+        for (void **hint = hints; *hint != nullptr; ++hint) {
+            char *name = snd_device_name_get_hint(*hint, "NAME");
+            char *ioid = snd_device_name_get_hint(*hint, "IOID");
+            if (name != nullptr && (ioid == nullptr || std::string(ioid) == "Input")) {
+                names.emplace_back(name);
+            }
+            std::free(name);
+            std::free(ioid);
+        }
+        snd_device_name_free_hint(hints);
+    }
+    return names;
+}
+}  // namespace
+
+CWaveInDevice::~CWaveInDevice() = default;
+
+std::string CWaveInDevice::DeviceName(int iDevice) {
+    if (iDevice == -1) {
+        const char *name = std::getenv("QK_ALSA_CAPTURE_DEVICE");
+        return name != nullptr && *name != '\0' ? name : "default";
+    }
+    if (iDevice < 0) {
+        return std::string();
+    }
+    const std::vector<std::string> names = captureNames();
+    return static_cast<size_t>(iDevice) < names.size() ? names[static_cast<size_t>(iDevice)]
+                                                       : std::string();
+}
+
+int CWaveInDevice::DeviceCount() {
+    return static_cast<int>(captureNames().size());
+}
+
+std::unique_ptr<CWaveInDevice> CWaveInDevice::Create(int iDevice) {
+    const std::string name = DeviceName(iDevice);
+    return name.empty() ? nullptr : CreateByName(name);
+}
+
+std::unique_ptr<CWaveInDevice> CWaveInDevice::CreateByName(const std::string &strName) {
+    if (strName == "virtual") {
+        return std::make_unique<CVirtualWaveIn>();
+    }
+    if (strName.rfind("virtual:", 0) == 0) {
+        const double life = std::strtod(strName.c_str() + 8, nullptr);
+        return std::make_unique<CVirtualWaveIn>(std::isfinite(life) && life > 0.0 ? life : 0.0);
+    }
+    return std::make_unique<CAlsaWaveIn>(strName);
+}
+
+int CWaveInDevice::Open(const WaveOutFormat &format, DoneFn onDone) {
+    if (m_bOpen || format.iChannels < 1 || format.iSampleRate < 1 || format.BlockAlign() < 1) {
+        return -1;
+    }
+    m_format = format;
+    m_bStopping = false;
+    m_bFailed = false;
+    if (OpenBackend(format) != 0) {
+        return -1;
+    }
+    m_onDone = std::move(onDone);
+    m_bQuit = false;
+    m_bStarted = false;
+    m_bOpen = true;
+    m_thread = std::thread([this] { DeviceThread(); });
+    return 0;
+}
+
+int CWaveInDevice::AddBuffer(uint8_t *pbData, size_t iBytes, int iIndex) {
+    if (!m_bOpen || pbData == nullptr) {
+        return -1;
+    }
+    {
+        std::lock_guard<std::mutex> guard(m_mutex);
+        m_queue.push_back(Pending{pbData, iBytes, iIndex});
+    }
+    m_cv.notify_all();
+    return 0;
+}
+
+int CWaveInDevice::Start() {
+    if (!m_bOpen) {
+        return -1;
+    }
+    {
+        std::lock_guard<std::mutex> guard(m_mutex);
+        if (!m_bStarted) {
+            StartBackend();
+        }
+        m_bStarted = true;
+    }
+    m_cv.notify_all();
+    return 0;
+}
+
+int CWaveInDevice::Reset() {
+    if (!m_bOpen) {
+        return -1;
+    }
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_bStopping = true;
+    m_queue.clear();
+    // The buffer being filled ends soon; wait for it so that no byte is written after the
+    // reset.
+    m_cv.wait(lock, [this] { return !m_bFilling; });
+    m_bStarted = false;
+    m_bStopping = false;
+    return 0;
+}
+
+int CWaveInDevice::Close() {
+    if (!m_bOpen) {
+        return -1;
+    }
+    Reset();
+    {
+        std::lock_guard<std::mutex> guard(m_mutex);
+        m_bQuit = true;
+    }
+    m_cv.notify_all();
+    m_thread.join();
+    CloseBackend();
+    m_bOpen = false;
+    return 0;
+}
+
+void CWaveInDevice::DeviceThread() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    for (;;) {
+        m_cv.wait(lock,
+                  [this] { return m_bQuit || (m_bStarted && !m_bFailed && !m_queue.empty()); });
+        if (m_bQuit) {
+            return;
+        }
+        const Pending pending = m_queue.front();
+        m_bFilling = true;
+        lock.unlock();
+        const bool filled = FillBackend(pending.pbData, pending.iBytes);
+        lock.lock();
+        m_bFilling = false;
+        if (!filled) {
+            m_bFailed = true;  // the buffer stays queued; nothing more is filled
+        } else if (!m_bStopping && !m_queue.empty()) {
+            m_queue.pop_front();
+            lock.unlock();
+            m_onDone(pending.iIndex);
+            lock.lock();
+        }
+        m_cv.notify_all();
+    }
+}
+
+int CVirtualWaveIn::OpenBackend(const WaveOutFormat &format) {
+    if (format.iBits != 8 && format.iBits != 16 && format.iBits != 24 && format.iBits != 32) {
+        return -1;
+    }
+    m_dPhase = 0.0;
+    m_dRecorded = 0.0;
+    return 0;
+}
+
+void CVirtualWaveIn::StartBackend() {
+    m_end = Clock::now();
+}
+
+bool CVirtualWaveIn::FillBackend(uint8_t *pbData, size_t iBytes) {
+    const int channels = m_format.iChannels;
+    const int bytes = m_format.iBits / 8;
+    const size_t frames = iBytes / static_cast<size_t>(m_format.BlockAlign());
+    m_dRecorded += static_cast<double>(frames) / m_format.iSampleRate;
+    if (m_dLifeSeconds > 0.0 && m_dRecorded > m_dLifeSeconds) {
+        return false;  // unplugged
+    }
+    const double step = 2.0 * M_PI * kToneHz / m_format.iSampleRate;
+    const double full = std::ldexp(1.0, m_format.iBits - 1);
+    uint8_t *at = pbData;
+    for (size_t i = 0; i < frames; ++i) {
+        const double value = 0.5 * std::sin(m_dPhase);
+        m_dPhase = std::fmod(m_dPhase + step, 2.0 * M_PI);
+        // 8 bits are unsigned around 128; the others signed, little-endian.
+        const int64_t sample = m_format.iBits == 8 ? static_cast<int64_t>(128.0 + value * 127.0)
+                                                   : static_cast<int64_t>(value * (full - 1.0));
+        for (int k = 0; k < channels; ++k) {
+            for (int b = 0; b < bytes; ++b) {
+                *at++ = static_cast<uint8_t>((static_cast<uint64_t>(sample) >> (8 * b)) & 0xFF);
+            }
+        }
+    }
+    const auto duration = std::chrono::duration_cast<Clock::duration>(
+        std::chrono::duration<double>(static_cast<double>(frames) / m_format.iSampleRate));
+    // Gapless: a buffer is recorded right after the one before, or from now when none was
+    // queued (what came meanwhile was lost, as on a real input).
+    m_end = std::max(m_end, Clock::now()) + duration;
+    while (!m_bStopping && Clock::now() < m_end) {
+        std::this_thread::sleep_until(std::min(m_end, Clock::now() + std::chrono::milliseconds(5)));
+    }
+    return true;
+}
