@@ -162,7 +162,7 @@ TEST(Moves, HostsChangingTheSceneWhileWorkersRender) {
     // Each removal of a listener is reported; counted, not printed.
     static std::atomic<int> s_reports{0};
     sdk.qk_Appl_Register_On_Message(
-        [](unsigned long, const char *, const char *, int) {
+        [](unsigned long, const char *, const char *, int) -> int {
             ++s_reports;
             return QK_ANSWER_OK;
         },
