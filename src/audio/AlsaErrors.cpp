@@ -2,8 +2,10 @@
 
 #include <alsa/asoundlib.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <deque>
 #include <mutex>
 
 #include "platform/Report.h"
@@ -15,8 +17,11 @@ void AlsaErrorText(const std::string &strText);
 namespace {
 thread_local CAlsaErrorCapture *t_pCapture = nullptr;
 
-std::mutex g_lastMutex;
-std::string g_strLastReported;  // a text that repeats at every call is reported once
+// The texts reported lately: a text that comes back at every call (a device tried again and
+// again) is reported once. Kept short; the oldest goes first.
+constexpr size_t kRemembered = 16;
+std::mutex g_reportedMutex;
+std::deque<std::string> g_reported;
 
 void alsaHandler(const char *, int, const char *, int iErr, const char *pcFormat, ...) {
     char text[512];
@@ -39,11 +44,14 @@ void AlsaErrorText(const std::string &strText) {
         return;
     }
     {
-        std::lock_guard<std::mutex> guard(g_lastMutex);
-        if (strText == g_strLastReported) {
+        std::lock_guard<std::mutex> guard(g_reportedMutex);
+        if (std::find(g_reported.begin(), g_reported.end(), strText) != g_reported.end()) {
             return;
         }
-        g_strLastReported = strText;
+        if (g_reported.size() == kRemembered) {
+            g_reported.pop_front();
+        }
+        g_reported.push_back(strText);
     }
     Report("ALSA: " + strText, "Quendarik", Severity::Warning);
 }

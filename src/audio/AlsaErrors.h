@@ -1,8 +1,8 @@
 // ALSA's library prints its own error lines to standard error unless told otherwise. The
 // library installs one handler for the whole process: the texts ALSA gives while a device is
 // being opened on this thread are gathered and become part of the one line that reports the
-// failure; texts at any other time reach the message handler, each distinct text once in a
-// row, instead of standard error.
+// failure; texts at any other time reach the message handler, each distinct text once (of
+// the last few), instead of standard error.
 #pragma once
 
 #include <string>

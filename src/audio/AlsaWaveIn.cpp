@@ -2,6 +2,8 @@
 
 #include <alsa/asoundlib.h>
 
+#include "audio/AlsaErrors.h"
+
 #include <cerrno>
 
 namespace {
@@ -37,6 +39,8 @@ int CAlsaWaveIn::OpenBackend(const WaveOutFormat &format) {
     if (alsa == SND_PCM_FORMAT_UNKNOWN) {
         return -1;
     }
+    // ALSA's own texts about this open stay with it instead of going to standard error.
+    qk::CAlsaErrorCapture capture;
     // Non-blocking, so that a device that stops delivering can't hold the thread for ever.
     if (snd_pcm_open(&m_pcm, m_strName.c_str(), SND_PCM_STREAM_CAPTURE, SND_PCM_NONBLOCK) < 0) {
         m_pcm = nullptr;

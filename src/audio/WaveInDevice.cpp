@@ -7,6 +7,7 @@
 #include <cstring>
 #include <vector>
 
+#include "audio/AlsaErrors.h"
 #include "audio/AlsaWaveIn.h"
 
 namespace {
@@ -14,6 +15,9 @@ namespace {
 std::vector<std::string> captureNames() {
     std::vector<std::string> names;
     void **hints = nullptr;
+    // Listing the devices makes ALSA complain of every card it looks for and doesn't find:
+    // those texts are not failures of anything asked for, and are dropped.
+    qk::CAlsaErrorCapture quiet;
     if (snd_device_name_hint(-1, "pcm", &hints) == 0 && hints != nullptr) {
         for (void **hint = hints; *hint != nullptr; ++hint) {
             char *name = snd_device_name_get_hint(*hint, "NAME");
@@ -62,6 +66,7 @@ std::unique_ptr<CWaveInDevice> CWaveInDevice::CreateByName(const std::string &st
         const double life = std::strtod(strName.c_str() + 8, nullptr);
         return std::make_unique<CVirtualWaveIn>(std::isfinite(life) && life > 0.0 ? life : 0.0);
     }
+    qk::InstallAlsaErrorHandler();  // ALSA's texts never go to standard error
     return std::make_unique<CAlsaWaveIn>(strName);
 }
 

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "audio/AlsaErrors.h"
 #include "audio/AlsaWaveOut.h"
 #include "audio/VirtualWaveOut.h"
 
@@ -21,6 +22,9 @@ std::string CWaveOutDevice::DeviceName(int iDevice) {
     // The playback-capable PCMs in the order ALSA lists them.
     std::vector<std::string> names;
     void **hints = nullptr;
+    // Listing the devices makes ALSA complain of every card it looks for and doesn't find:
+    // those texts are not failures of anything asked for, and are dropped.
+    qk::CAlsaErrorCapture quiet;
     if (snd_device_name_hint(-1, "pcm", &hints) == 0 && hints != nullptr) {
         for (void **hint = hints; *hint != nullptr; ++hint) {
             char *name = snd_device_name_get_hint(*hint, "NAME");
@@ -46,6 +50,7 @@ std::unique_ptr<CWaveOutDevice> CWaveOutDevice::CreateByName(const std::string &
     if (strName == "virtual") {
         return std::make_unique<CVirtualWaveOut>();
     }
+    qk::InstallAlsaErrorHandler();  // ALSA's texts never go to standard error
     return std::make_unique<CAlsaWaveOut>(strName);
 }
 
