@@ -110,7 +110,14 @@ int CHELPER_HRTF::ReadWrite(int iWrite, const std::string &strFileName) {
     return Store(strFileName);
 }
 
+void CHELPER_HRTF::DropSpectra() {
+    std::lock_guard<std::mutex> guard(m_spectraMutex);
+    m_pSpectra.reset();
+    m_pfSpectraOf = nullptr;
+}
+
 void CHELPER_HRTF::Clear() {
+    DropSpectra();
     m_pfData.Reset();
 }
 
@@ -128,6 +135,38 @@ const float *CHELPER_HRTF::Response(int64_t iSlot) const {
 int CHELPER_HRTF::LookupMeasurement(int iAzimuth, int iElevation) const {
     const int32_t m = m_aiLookup[static_cast<size_t>(TableIndex(iAzimuth, iElevation))];
     return (m >= 0 && m < m_iMeasurements) ? m : -1;
+}
+
+bool CHELPER_HRTF::ResponseSlots(float fAzimuth, float fElevation, int &iLeft, int &iRight) const {
+    const int iAzimuth = normaliseAzimuth(fAzimuth);
+    const int iElevation = normaliseElevation(fElevation);
+    const int m = LookupMeasurement(iAzimuth, iElevation);
+    if (std::strcmp(m_szEars, "BOTH") == 0) {
+        iLeft = 2 * m;
+        iRight = 2 * m + 1;
+    } else {
+        // One-ear sets: the other ear is the mirrored direction, as GetHRTF makes it.
+        const int n = LookupMeasurement(359 - iAzimuth, iElevation);
+        const bool left = std::strcmp(m_szEars, "LEFT") == 0;
+        if (!left && std::strcmp(m_szEars, "RIGHT") != 0) {
+            return false;
+        }
+        iLeft = left ? m : n;
+        iRight = left ? n : m;
+    }
+    return m >= 0 && iLeft >= 0 && iRight >= 0 && Response(iLeft) != nullptr &&
+           Response(iRight) != nullptr;
+}
+
+std::shared_ptr<const CHRTFSpectra> CHELPER_HRTF::Spectra(int iPartition) const {
+    std::lock_guard<std::mutex> guard(m_spectraMutex);
+    if (m_pSpectra == nullptr || m_pfSpectraOf != m_pfData.get() ||
+        m_pSpectra->PartitionLength() != iPartition) {
+        const int slots = m_iFileTaps > 0 ? DataLength() / m_iFileTaps : 0;
+        m_pSpectra = CHRTFSpectra::Make(m_pfData.get(), slots, m_iFileTaps, iPartition);
+        m_pfSpectraOf = m_pfData.get();
+    }
+    return m_pSpectra;
 }
 
 int CHELPER_HRTF::GetHRTF(float *&pfLeft, float *&pfRight, int &iLength, float fAzimuth,

@@ -9,9 +9,12 @@
 
 #include <cstdint>
 #include <istream>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
+#include "binaural/CHRTFSpectra.h"
 #include "dsp/IppBuffer.h"
 #include "platform/Archive.h"
 #include "platform/Object.h"
@@ -103,6 +106,14 @@ class CHELPER_HRTF : public qk::CObject {
     // Floats held in m_pfData.
     int DataLength() const { return m_pfData.size(); }
 
+    // The response slots (slot k starts at float k * m_iFileTaps) GetHRTF would give for a
+    // direction at the file's own rate: false when the direction has no measurement.
+    bool ResponseSlots(float fAzimuth, float fElevation, int &iLeft, int &iRight) const;
+    // The spectra of all the set's responses for partitions of iPartition taps, made on the
+    // first call for that length and kept while the set's samples stay; any thread. Null when
+    // the set is empty or the table too large.
+    std::shared_ptr<const CHRTFSpectra> Spectra(int iPartition) const;
+
     float m_fVersion = 1.0f;
     char m_szDescription[kDescriptionSize] = {};
     char m_szType[kTypeSize] = {'F', 'I', 'R', 0};
@@ -120,6 +131,12 @@ class CHELPER_HRTF : public qk::CObject {
     std::istream *m_pStream = nullptr;  // not owned: read instead of the named file
 
   private:
+    mutable std::mutex m_spectraMutex;
+    mutable std::shared_ptr<const CHRTFSpectra> m_pSpectra;  // the table made last
+    mutable const float *m_pfSpectraOf = nullptr;            // the samples it was made of
+
+    // Forgets the spectra table; before the samples change.
+    void DropSpectra();
     int Load(const std::string &strFileName);
     int Store(const std::string &strFileName);
     int ReadFrom(qk::CArchiveStream &source, bool bFromStream);

@@ -275,6 +275,7 @@ int CHELPER_HRTF::ReadFrom(qk::CArchiveStream &source, bool bFromStream) {
         qk::CMemoryStream memory(bytes.data(), bytes.size());
         return ReadFrom(memory, bFromStream);
     }
+    DropSpectra();  // made of the samples that go now
     m_pfData.Reset();
     FileContents file;
     const std::string strProblem = readWhole(source, bFromStream, file);

@@ -110,10 +110,13 @@ bool CSERVICE_PARTITIONED_HRTF::MakeFilter(Filter &filter, const float *pfLeft,
     filter.iPartitions = partitions;
     // Kept from one response to the next when large enough: a move that changes the response
     // allocates nothing once the longest response has been seen.
-    if (filter.left.size() < partitions * m_iFloats) {
-        filter.left.Allocate(partitions * m_iFloats);
-        filter.right.Allocate(partitions * m_iFloats);
+    if (filter.ownLeft.size() < partitions * m_iFloats) {
+        filter.ownLeft.Allocate(partitions * m_iFloats);
+        filter.ownRight.Allocate(partitions * m_iFloats);
     }
+    filter.left = filter.ownLeft;
+    filter.right = filter.ownRight;
+    filter.table.reset();
     float *padded = m_pfPadded;
     for (int p = 0; p < partitions; ++p) {
         const int at = p * m_iPartition;
@@ -121,7 +124,7 @@ bool CSERVICE_PARTITIONED_HRTF::MakeFilter(Filter &filter, const float *pfLeft,
         for (int ear = 0; ear < 2; ++ear) {
             ippsZero_32f(padded, m_iFFTLength);
             ippsCopy_32f((ear == 0 ? pfLeft : pfRight) + at, padded, taps);
-            float *spectrum = (ear == 0 ? filter.left : filter.right) + p * m_iFloats;
+            float *spectrum = (ear == 0 ? filter.ownLeft : filter.ownRight) + p * m_iFloats;
             ippsFFTFwd_RToCCS_32f(padded, spectrum, m_pFFTSpec, nullptr);
         }
     }
@@ -145,21 +148,48 @@ void CSERVICE_PARTITIONED_HRTF::GrowDelayLine(int iPartitions) {
     m_iNewest = 0;
 }
 
+CSERVICE_PARTITIONED_HRTF::Filter *CSERVICE_PARTITIONED_HRTF::FilterFor(int iBlockLength,
+                                                                        bool &bFresh) {
+    bFresh =
+        m_pFFTSpec == nullptr || iBlockLength != m_iBlock || m_filters[m_iCurrent].iPartitions == 0;
+    if (bFresh && !Setup(iBlockLength)) {
+        return nullptr;
+    }
+    return &m_filters[bFresh ? m_iCurrent : 1 - m_iCurrent];
+}
+
 int CSERVICE_PARTITIONED_HRTF::SetResponse(const float *pfLeft, const float *pfRight, int iLength,
                                            int iBlockLength) {
     if (pfLeft == nullptr || pfRight == nullptr || iLength < 1 || iBlockLength < 1) {
         return -1;
     }
-    const bool bFresh =
-        m_pFFTSpec == nullptr || iBlockLength != m_iBlock || m_filters[m_iCurrent].iPartitions == 0;
-    if (bFresh && !Setup(iBlockLength)) {
+    bool bFresh = false;
+    Filter *target = FilterFor(iBlockLength, bFresh);
+    if (target == nullptr || !MakeFilter(*target, pfLeft, pfRight, iLength)) {
         return -1;
     }
-    const int target = bFresh ? m_iCurrent : 1 - m_iCurrent;
-    if (!MakeFilter(m_filters[target], pfLeft, pfRight, iLength)) {
+    GrowDelayLine(target->iPartitions);
+    m_bWaiting = !bFresh;
+    return 0;
+}
+
+int CSERVICE_PARTITIONED_HRTF::SetResponseSpectra(std::shared_ptr<const CHRTFSpectra> table,
+                                                  int iLeft, int iRight, int iBlockLength) {
+    if (table == nullptr || iLeft < 0 || iRight < 0 || iLeft >= table->Slots() ||
+        iRight >= table->Slots() || table->PartitionLength() != PartitionFor(iBlockLength) ||
+        table->FFTLength() != (1 << OrderFor(table->PartitionLength()))) {
         return -1;
     }
-    GrowDelayLine(m_filters[target].iPartitions);
+    bool bFresh = false;
+    Filter *target = FilterFor(iBlockLength, bFresh);
+    if (target == nullptr) {
+        return -1;
+    }
+    target->left = table->Slot(iLeft);
+    target->right = table->Slot(iRight);
+    target->iPartitions = table->Partitions();
+    target->table = std::move(table);
+    GrowDelayLine(target->iPartitions);
     m_bWaiting = !bFresh;
     return 0;
 }
@@ -178,7 +208,7 @@ size_t CSERVICE_PARTITIONED_HRTF::StateBytes() const {
                     m_pfSumLeft.size() + m_pfSumRight.size() + m_pfFadeOut.size() +
                     m_pfPadded.size();
     for (const Filter &f : m_filters) {
-        floats += static_cast<size_t>(f.left.size()) + f.right.size();
+        floats += static_cast<size_t>(f.ownLeft.size()) + f.ownRight.size();
     }
     return floats * sizeof(float);
 }

@@ -15,7 +15,9 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 
+#include "binaural/CHRTFSpectra.h"
 #include "binaural/CSERVICE.h"
 #include "dsp/IppBuffer.h"
 #include "dsp/ipps.h"
@@ -39,6 +41,11 @@ class CSERVICE_PARTITIONED_HRTF : public CSERVICE {
     // -1 (nothing changed) for a length or block under 1, a null response, or a transform
     // beyond the signal layer.
     int SetResponse(const float *pfLeft, const float *pfRight, int iLength, int iBlockLength);
+    // The same with a response pair whose spectra a table already holds (slots iLeft and
+    // iRight of an HRTF set's table): no transform, no allocation. -1 (nothing changed) when
+    // the table's partitions or transform don't fit this block length.
+    int SetResponseSpectra(std::shared_ptr<const CHRTFSpectra> table, int iLeft, int iRight,
+                           int iBlockLength);
     // Convolves n input samples (n must be the block length given) and writes n left, then n
     // right samples to pfOut. Returns 0, or -1 with a silent block when no filter is in use
     // or n isn't the block length. Allocates nothing.
@@ -77,12 +84,19 @@ class CSERVICE_PARTITIONED_HRTF : public CSERVICE {
     // The spectra of a response's partitions, left and right, each partition 2 * bins floats
     // in the transform layer's CCS layout.
     struct Filter {
-        CIppBuffer left;
-        CIppBuffer right;
+        // The spectra in use: the owned ones, or a shared table's.
+        const float *left = nullptr;
+        const float *right = nullptr;
         int iPartitions = 0;
+        CIppBuffer ownLeft;  // made from a response by MakeFilter
+        CIppBuffer ownRight;
+        std::shared_ptr<const CHRTFSpectra> table;  // kept while its spectra are in use
     };
 
     bool Setup(int iBlockLength);
+    // The filter a new response goes to (set up anew for a first one or another block
+    // length); null when the block length can't be worked.
+    Filter *FilterFor(int iBlockLength, bool &bFresh);
     bool MakeFilter(Filter &filter, const float *pfLeft, const float *pfRight, int iLength);
     // Makes the delay line hold at least iPartitions spectra, keeping the newest ones.
     void GrowDelayLine(int iPartitions);

@@ -116,6 +116,16 @@ int CService_HRTF::ReInitialize(int iAzimuth, int iElevation, int iSampleRate) {
     }
     m_iAzimuth = iAzimuth;
     m_iElevation = iElevation;
+    // The partitioned convolver takes a measured direction's spectra from the set's shared
+    // table when the set is at its own rate: the taps aren't copied, nor transformed.
+    m_bNewFromTable =
+        m_sMethod == kPartitioned && iSampleRate == m_pHelper->m_iFileRate &&
+        m_pHelper->ResponseSlots(static_cast<float>(iAzimuth), static_cast<float>(iElevation),
+                                 m_iNewLeftSlot, m_iNewRightSlot);
+    if (m_bNewFromTable) {
+        m_bReInitialize = 1;
+        return 0;
+    }
     if (m_pHelper->GetHRTF(m_pfLeft, m_pfRight, m_iNewLength, static_cast<float>(iAzimuth),
                            static_cast<float>(iElevation), iSampleRate) != 0) {
         m_iLength = m_iNewLength;
@@ -177,12 +187,26 @@ int CService_HRTF::PrepareIntoMix(float *pfIn, int n, const CSpectrumMix &mix) {
 // The waiting response goes to the convolver, which fades to it in this block, whichever way
 // the block is rendered.
 void CService_HRTF::TakeWaitingResponse(int n) {
-    if (m_bReInitialize != 0) {
-        m_iLength = m_iNewLength;
-        m_iLengthInUse = m_iLength;
-        m_bReInitialize = 0;
-        m_Partitioned.SetResponse(m_pfLeft, m_pfRight, m_iLength, n);
+    if (m_bReInitialize == 0) {
+        return;
     }
+    m_bReInitialize = 0;
+    if (m_bNewFromTable) {
+        m_bNewFromTable = false;
+        if (m_Partitioned.SetResponseSpectra(
+                m_pHelper->Spectra(CSERVICE_PARTITIONED_HRTF::PartitionFor(n)), m_iNewLeftSlot,
+                m_iNewRightSlot, n) == 0) {
+            return;
+        }
+        // No table fits: the taps after all.
+        if (m_pHelper->GetHRTF(m_pfLeft, m_pfRight, m_iNewLength, static_cast<float>(m_iAzimuth),
+                               static_cast<float>(m_iElevation), m_pHelper->m_iFileRate) == 0) {
+            return;
+        }
+    }
+    m_iLength = m_iNewLength;
+    m_iLengthInUse = m_iLength;
+    m_Partitioned.SetResponse(m_pfLeft, m_pfRight, m_iLength, n);
 }
 
 void CService_HRTF::MarkIntoMix(CSpectrumMix &mix) const {

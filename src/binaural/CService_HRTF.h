@@ -95,8 +95,13 @@ class CService_HRTF : public CSERVICE {
     IppsFIRState_32f *m_pFIRRight = nullptr;  // owned
     int m_iLengthInUse = 0;                   // taps at the last _init
     int m_bReInitialize = 0;                  // a new response waits for the next block
-    std::string m_strStatus;                  // "OK" or what failed; for diagnosis only
-    int m_iState = 1;                         // cleared when _init finds no response
+    // The waiting response is the set's slots m_iNewLeftSlot, m_iNewRightSlot, whose spectra
+    // the set's table holds (partitioned method only).
+    bool m_bNewFromTable = false;
+    int m_iNewLeftSlot = 0;
+    int m_iNewRightSlot = 0;
+    std::string m_strStatus;  // "OK" or what failed; for diagnosis only
+    int m_iState = 1;         // cleared when _init finds no response
 
     static constexpr const char *kPartitioned = "PARTITIONED";
 
