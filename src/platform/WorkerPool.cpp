@@ -1,9 +1,14 @@
 #include "platform/WorkerPool.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 
 namespace qk {
+
+namespace {
+constexpr std::chrono::microseconds kSpin(50);
+}  // namespace
 
 CWorkerPool::CWorkerPool(int iThreads) {
     const int workers = std::max(0, std::min(iThreads, 64) - 1);
@@ -56,6 +61,14 @@ void CWorkerPool::Work() {
         Task task = nullptr;
         void *context = nullptr;
         int count = 0;
+        // The phases of a block follow each other within microseconds: a short spin catches
+        // the next one without the sleep and wake of the condition variable. Yielding, so
+        // that on a busy machine the spin gives its core away.
+        const auto spinUntil = std::chrono::steady_clock::now() + kSpin;
+        while (m_uPosted.load(std::memory_order_acquire) == seen &&
+               std::chrono::steady_clock::now() < spinUntil) {
+            std::this_thread::yield();
+        }
         {
             std::unique_lock<std::mutex> lock(m_mutex);
             m_wake.wait(lock, [&] { return m_bQuit || m_uGeneration != seen; });
@@ -85,6 +98,7 @@ void CWorkerPool::Run(int iCount, Task task, void *context) {
     {
         std::lock_guard<std::mutex> guard(m_mutex);
         generation = ++m_uGeneration;
+        m_uPosted.store(generation, std::memory_order_release);
         m_task = task;
         m_pContext = context;
         m_iCount = iCount;
@@ -93,6 +107,11 @@ void CWorkerPool::Run(int iCount, Task task, void *context) {
     }
     m_wake.notify_all();
     TakeIndices(generation, task, context, iCount);
+    const auto spinUntil = std::chrono::steady_clock::now() + kSpin;
+    while (m_iLeft.load(std::memory_order_acquire) != 0 &&
+           std::chrono::steady_clock::now() < spinUntil) {
+        std::this_thread::yield();
+    }
     std::unique_lock<std::mutex> lock(m_mutex);
     m_done.wait(lock, [this] { return m_iLeft.load(std::memory_order_acquire) == 0; });
 }

@@ -48,7 +48,8 @@ class CWorkerPool {
     // The next index, tagged with its Run in the high word, so that a worker that wakes late
     // can never take an index of a later Run.
     std::atomic<unsigned long long> m_next{0};
-    std::atomic<int> m_iLeft{0};  // indices of the current Run not yet done
+    std::atomic<int> m_iLeft{0};         // indices of the current Run not yet done
+    std::atomic<unsigned> m_uPosted{0};  // m_uGeneration, for the workers' spin
 };
 
 }  // namespace qk
