@@ -1,5 +1,6 @@
 #include "dsp/CLatePart.h"
 
+#include <algorithm>
 #include <cmath>
 
 const float CLatePart::kAllPassDelays[kEntries - kCombs] = {0.0067f, 0.0063f, 0.0058f, 0.0055f,
@@ -69,22 +70,34 @@ float CLatePart::Initialize(const SLateField &field, int iSampleRate,
     return fRT60;
 }
 
+namespace {
+// pfOut = dry x pfIn + (1 - dry) x pfWet over n samples; pfIn and pfOut may be one array.
+void mix(const float *pfIn, const float *pfWet, float *pfOut, int n, float fDryLevel) {
+    const float fWetLevel = 1.0f - fDryLevel;
+    for (int i = 0; i < n; ++i) {
+        pfOut[i] = pfIn[i] * fDryLevel + pfWet[i] * fWetLevel;
+    }
+}
+
+// Room for iLength zeros: a reverb without combs or all-passes leaves its output alone, and
+// then adds nothing.
+float *zeroedScratch(CIppBuffer &pfScratch, int iLength) {
+    if (pfScratch.size() < iLength) {
+        pfScratch.Allocate(iLength);
+    }
+    std::fill(pfScratch.get(), pfScratch.get() + iLength, 0.0f);
+    return pfScratch.get();
+}
+}  // namespace
+
 void CLatePart::ProcessChannel(const float *pfIn, float *pfOut, int n, float fDryLevel,
                                CQUENDARIC_Service_Reverb &reverb, CIppBuffer &pfScratch) {
     if (pfIn == nullptr || pfOut == nullptr || n < 1) {
         return;
     }
-    if (pfScratch.size() < n) {
-        pfScratch.Allocate(n);
-    }
-    float *wet = pfScratch.get();
-    // A reverb without combs or all-passes leaves its output alone: then it adds nothing.
-    std::fill(wet, wet + n, 0.0f);
+    float *wet = zeroedScratch(pfScratch, n);
     reverb.Process(pfIn, wet, n);
-    const float fWetLevel = 1.0f - fDryLevel;
-    for (int i = 0; i < n; ++i) {
-        pfOut[i] = pfIn[i] * fDryLevel + wet[i] * fWetLevel;
-    }
+    mix(pfIn, wet, pfOut, n, fDryLevel);
 }
 
 void CLatePart::Process(const float *pfEarly, float *pfOut, int n, float fDryLevel,
@@ -93,8 +106,9 @@ void CLatePart::Process(const float *pfEarly, float *pfOut, int n, float fDryLev
     if (pfEarly == nullptr || pfOut == nullptr || n < 1) {
         return;
     }
-    ProcessChannel(pfEarly, pfOut, n, fDryLevel, left, pfScratch);
-    ProcessChannel(pfEarly + n, pfOut + n, n, fDryLevel, right, pfScratch);
+    float *wet = zeroedScratch(pfScratch, 2 * n);
+    CQUENDARIC_Service_Reverb::ProcessPair(left, pfEarly, wet, right, pfEarly + n, wet + n, n);
+    mix(pfEarly, wet, pfOut, 2 * n, fDryLevel);
 }
 
 void CLatePart::Terminate(CQUENDARIC_Service_Reverb &left, CQUENDARIC_Service_Reverb &right) {

@@ -41,7 +41,7 @@ class CLatePart {
                             CQUENDARIC_Service_Reverb &left, CQUENDARIC_Service_Reverb &right);
     // Binaural: each ear's early signal (pfEarly: n left, then n right) goes through its
     // reverb; pfOut = dry x early + (1 - dry) x reverb, per ear. pfEarly and pfOut may be the
-    // same array. pfScratch grows to n floats when needed.
+    // same array. pfScratch grows to 2n floats when needed.
     static void Process(const float *pfEarly, float *pfOut, int n, float fDryLevel,
                         CQUENDARIC_Service_Reverb &left, CQUENDARIC_Service_Reverb &right,
                         CIppBuffer &pfScratch);

@@ -30,6 +30,14 @@ QK_VECTORIZE void combRun(float *__restrict line, const float *x, float *y, int 
     }
 }
 
+QK_VECTORIZE void combAddRun(float *__restrict line, const float *x, float *sum, int n, float g) {
+    for (int k = 0; k < n; ++k) {
+        const float d = line[k];
+        line[k] = flushed(d * g + x[k]);
+        sum[k] += d;
+    }
+}
+
 QK_VECTORIZE void allPassRun(float *__restrict line, const float *x, float *y, int n, float g) {
     for (int k = 0; k < n; ++k) {
         const float d = line[k];
@@ -162,6 +170,22 @@ void CQUENDARIC_Service_Comb::Process(const float *pfIn, float *pfOut, int iLeng
         m_Filter._process(pfOut, iLength, m_Filter.m_fGain, m_Filter.m_fFrequency,
                           m_Filter.m_fSampleRate);
     }
+}
+
+bool CQUENDARIC_Service_Comb::ProcessAdd(const float *pfIn, float *pfSum, int iLength) {
+    if (Damped()) {
+        return false;
+    }
+    if (pfIn == nullptr || pfSum == nullptr || iLength < 1 || m_pfBuffer == nullptr) {
+        return true;  // silence adds nothing
+    }
+    for (int done = 0; done < iLength;) {
+        const int run = Run(iLength - done);
+        combAddRun(m_pfPosition, pfIn + done, pfSum + done, run, m_fGain);
+        Advance(run);
+        done += run;
+    }
+    return true;
 }
 
 void CQUENDARIC_Service_Comb::Cleanup() {

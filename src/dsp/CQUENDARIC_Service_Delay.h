@@ -89,13 +89,14 @@ class CQUENDARIC_Service_Comb : public CQUENDARIC_DelayLine {
     // are 0. The output filter, when set, runs on the block afterwards: it colours the output
     // and doesn't damp the loop. pfIn and pfOut may be the same array.
     void Process(const float *pfIn, float *pfOut, int iLength);
+    // Adds the comb's output to pfSum instead of writing it: for undamped combs only (a damped
+    // comb's filter needs its output alone); returns false, doing nothing, for a damped one.
+    bool ProcessAdd(const float *pfIn, float *pfSum, int iLength);
     void Cleanup();
+    bool Damped() const { return m_fDamping > 0.0f && m_fDamping < 1.0f; }
 
     float m_fDelay = 0.0f;    // seconds
     float m_fGain = 1.0f;     // feedback gain g; may be negative
     float m_fDamping = 0.0f;  // corner of the output filter as a fraction of the rate
     CSERVICE_FILTER m_Filter;
-
-  private:
-    bool Damped() const { return m_fDamping > 0.0f && m_fDamping < 1.0f; }
 };

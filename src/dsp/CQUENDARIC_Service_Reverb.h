@@ -38,6 +38,11 @@ class CQUENDARIC_Service_Reverb : public CSERVICE {
     // One block. With neither combs nor all-passes pfOut is left alone. pfIn and pfOut may be
     // the same array. Allocates only when the block grows.
     void Process(const float *pfIn, float *pfOut, int iLength);
+    // Process for two reverbs at once (the two ears of a pair), their low passes run side by
+    // side; the same results as two calls of Process.
+    static void ProcessPair(CQUENDARIC_Service_Reverb &left, const float *pfInLeft,
+                            float *pfOutLeft, CQUENDARIC_Service_Reverb &right,
+                            const float *pfInRight, float *pfOutRight, int iLength);
     // Back to the empty state; m_fSampleRate reads 0 afterwards.
     void Cleanup();
 
@@ -54,9 +59,21 @@ class CQUENDARIC_Service_Reverb : public CSERVICE {
     int m_iFirstBlock = 1;             // cleared by the first Process after a set-up
 
   private:
+    // The low pass, run here rather than through m_Filter: m_Filter holds its design, this its
+    // running state, in double precision.
+    struct LowPass {
+        double b0 = 1.0, b1 = 0.0, b2 = 0.0, a1 = 0.0, a2 = 0.0;  // divided by a0
+        double x1 = 0.0, x2 = 0.0, y1 = 0.0, y2 = 0.0;            // past inputs and outputs
+        bool active = false;
+    };
+
     void Clear();
     void GrowScratch(int iLength);
+    // Everything before the low pass; false when there is nothing to run.
+    bool ProcessChain(const float *pfIn, float *pfOut, int iLength);
+    static void RunLowPass(LowPass &a, float *pfA, LowPass *pB, float *pfB, int iLength);
 
     CIppBuffer m_pfMix;      // the combs' sum, then the all-passes' output
     CIppBuffer m_pfCombOut;  // one comb's output
+    LowPass m_LowPass;
 };

@@ -201,4 +201,19 @@ TEST(CLatePart, RightEarIsOffsetAndDryLevelMixes) {
         difference += std::fabs(mixed[i] - 0.5f * early[i]);
     }
     EXPECT_GT(difference, 1.0);  // the reverb's half
+
+    // Both ears at once give what each ear gives alone.
+    CQUENDARIC_Service_Reverb l1, r1, l2, r2;
+    CLatePart::Initialize(field(1.0f), kRate, l1, r1);
+    CLatePart::Initialize(field(1.0f), kRate, l2, r2);
+    for (int at = 0; at < 4096; at += 1000) {
+        const int n = std::min(1000, 4096 - at);
+        std::vector<float> piece(early.begin() + at, early.begin() + at + n);
+        piece.insert(piece.end(), early.begin() + 4096 + at, early.begin() + 4096 + at + n);
+        std::vector<float> both(piece.size());
+        CLatePart::Process(piece.data(), both.data(), n, 0.3f, l1, r1, scratch);
+        CLatePart::ProcessChannel(piece.data(), piece.data(), n, 0.3f, l2, scratch);
+        CLatePart::ProcessChannel(piece.data() + n, piece.data() + n, n, 0.3f, r2, scratch);
+        ASSERT_EQ(both, piece) << at;
+    }
 }
