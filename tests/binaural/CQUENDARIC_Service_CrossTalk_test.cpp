@@ -243,6 +243,35 @@ TEST(CQUENDARIC_Service_CrossTalk, RedesignsOnlyOnMovesOverThreeDegrees) {
     EXPECT_GT(ctc.m_iFFTLength, N);
 }
 
+// Only unequal distances over 0.1 m delay a loudspeaker's path (by its travel time) and
+// attenuate it; equal ones apply neither, whatever they are.
+TEST(CQUENDARIC_Service_CrossTalk, DistancesCountOnlyWhenUnequal) {
+    auto set = twoSpeakerSet();
+    CQUENDARIC_Service_CrossTalk near;
+    design(near, set.get(), Speakers(), 512);
+    struct Case {
+        float d1, d2;
+        int extraTaps;
+    };
+    // Taps a path grows by: trunc(distance / 343 x 44100), 128 for 1 m and 385 for 3 m.
+    const Case cases[] = {
+        {3.0f, 3.0f, 0}, {0.05f, 0.08f, 0}, {0.05f, 1.0f, 128}, {3.0f, 1.0f, 385}};
+    for (const Case &c : cases) {
+        Speakers s;
+        s.d1 = c.d1;
+        s.d2 = c.d2;
+        CQUENDARIC_Service_CrossTalk ctc;
+        design(ctc, set.get(), s, 512);
+        EXPECT_EQ(ctc.FilterLength(), near.FilterLength() + c.extraTaps)
+            << c.d1 << " " << c.d2 << " near " << near.FilterLength();
+        if (c.extraTaps == 0 && c.d1 == c.d2) {
+            for (int k = 0; k < near.FilterLength(); k += 7) {
+                ASSERT_EQ(ctc.m_pfFilterLL[k], near.m_pfFilterLL[k]) << k;
+            }
+        }
+    }
+}
+
 // The TES stage uses the band stored before the call: a new value takes effect one change
 // later.
 TEST(CQUENDARIC_Service_CrossTalk, TESBandLagsOneCall) {
