@@ -11,7 +11,9 @@
 
 #include "audio/CAudio_Playback.h"
 #include "binaural/CHRTF_Converter.h"
+#include "binaural/CQUENDARIC_Service_CrossTalk.h"
 #include "binaural/CSERVICE_FILTER.h"
+#include "dsp/CLatePart.h"
 #include "dsp/IppBuffer.h"
 #include "platform/EngineLock.h"
 #include "platform/Event.h"
@@ -158,8 +160,20 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     // The stages after the mix, on the listener's planar stereo block of n frames: canceller,
     // post shelves (only with m_iPostEQ 2), limiter, output gain. Return 0.
     int PostProcess(float *pfBlock, int n, int iSampleRate, int iBits);
-    // 0 when the canceller doesn't run; -1 when it should but has no data set.
+    // The canceller, on loudspeaker output (m_iPO 2 with 3-D audio, or m_iCTCIfNot3DAudio
+    // without): designed at its first block and whenever it was told to forget its design, then
+    // run on every block with the present loudspeaker fields. 0; -1 when it should run but has
+    // no data set (the block goes out uncancelled).
     int CrossTalk(float *pfBlock, int n, int iSampleRate, int iBits);
+    // The global late reverb pair (model 2 with "ONEREVERB"), tuned from m_GlobalLateField.
+    // Initialize returns 0; Process rebuilds the pair first when its rate differs or the world
+    // or a material changed, then mixes by the dry level and writes the wet level (1 - dry)
+    // back to the settings. pfIn and pfOut may be the same block. Return 0.
+    int Reverb_Initialize(CQUENDARIC_Service_Reverb &left, CQUENDARIC_Service_Reverb &right,
+                          int iSampleRate);
+    int Reverb_Process(CQUENDARIC_Service_Reverb &left, CQUENDARIC_Service_Reverb &right,
+                       const float *pfIn, float *pfOut, int n, int iSampleRate);
+    int Reverb_Terminate(CQUENDARIC_Service_Reverb &left, CQUENDARIC_Service_Reverb &right);
     // Turns m_fGain down at once so that this block peaks at 0.95 of full scale
     // (2^(bits-1); 1.0 for bits 0 or 32) when it would exceed it; never turns it up.
     int CheckAutomaticLimiter(float *pfBlock, int n, int iSampleRate, int iBits);
@@ -203,6 +217,14 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     CSERVICE_FILTER m_FilterLowR;
     CSERVICE_FILTER m_FilterHighR;
     CHRTF_Converter m_HRTFConverter;
+    CQUENDARIC_Service_CrossTalk m_CrossTalk;  // m_iInitialized 0: design at the next block
+    CQUENDARIC_Service_Reverb m_ReverbL;       // the global late pair
+    CQUENDARIC_Service_Reverb m_ReverbR;
+    // What the shared room model tells the global late part: its reverberation time, the
+    // delays of its first six images and the length of its early part. Zero until a model
+    // fills it in; without a reverberation time the pair stays empty and adds nothing.
+    SLateField m_GlobalLateField;
+    CIppBuffer m_pfLateScratch;  // the global late part's wet block
 
     // The last result of a block run through the message, for hosts that read it.
     static qk::Relaxed<int> s_iWinAmpResult;

@@ -197,7 +197,7 @@ void CQUENDARIK_PROCESSOR::FinishBlock(CQUENDARIC_Object_Sink &listener) {
 void CQUENDARIK_PROCESSOR::FollowHRTFRequests() {
     CQUENDARIC_PARAMETERS &p = m_Parameters;
     if (p.HRTFRequestPending() || m_iTestHRTF == 1 || p.m_pHRTF == nullptr) {
-        // (A canceller, once there, is re-initialised here for the new set.)
+        m_CrossTalk.m_iInitialized = 0;
         if (m_iTestHRTF == 1) {
             // The requested set is equalised first and its result requested instead.
             if (m_HRTFConverter.ConvertDFE(p.GetHRTFRequest()) == 0) {
@@ -209,12 +209,16 @@ void CQUENDARIK_PROCESSOR::FollowHRTFRequests() {
         p.m_iHRTFChanged = 1;
     }
     if (p.HRTFRequestPendingCTC() || p.m_pHRTF_CTC == nullptr) {
+        m_CrossTalk.m_iInitialized = 0;
         p.SetHRTF_CTC();
     }
 }
 
 int CQUENDARIK_PROCESSOR::PostProcess(float *pfBlock, int n, int iRate, int iBits) {
     CQUENDARIC_PARAMETERS &p = m_Parameters;
+    if (p.m_iSFM == 2 && p.m_iOneReverb == 1 && p.m_i3DAudio == 1) {
+        Reverb_Process(m_ReverbL, m_ReverbR, pfBlock, pfBlock, n, iRate);
+    }
     CrossTalk(pfBlock, n, iRate, iBits);
     if (p.m_i3DAudio == 1 && p.m_iPostEQ == 2) {
         // Only 2 is "on". The services design themselves anew when gain or corner change.
@@ -230,18 +234,6 @@ int CQUENDARIK_PROCESSOR::PostProcess(float *pfBlock, int n, int iRate, int iBit
         pfBlock[i] *= gain;
     }
     return 0;
-}
-
-int CQUENDARIK_PROCESSOR::CrossTalk(float *, int, int, int) {
-    const CQUENDARIC_PARAMETERS &p = m_Parameters;
-    const bool speakers = p.m_iPO == 2 && p.m_i3DAudio == 1;
-    const bool plain = p.m_iCTCIfNot3DAudio == 1 && p.m_i3DAudio == 0;
-    if (!speakers && !plain) {
-        return 0;
-    }
-    // No canceller is built into this engine yet: the block goes out uncancelled, as with a
-    // canceller that has no data set.
-    return -1;
 }
 
 int CQUENDARIK_PROCESSOR::CheckAutomaticLimiter(float *pfBlock, int n, int, int iBits) {

@@ -13,13 +13,16 @@ void sceneUsage(const char *command) {
     std::fprintf(stderr,
                  "usage: quendarik %s [--source FILE.wav X Y Z]... [--noise X Y Z]...\n"
                  "         [--listener X Y Z LX LY LZ] [--seconds S] [--block N] [--hrtf SET]\n"
-                 "         [--zero-stuffing] [--convolution partitioned|overlap]%s\n"
+                 "         [--zero-stuffing] [--convolution partitioned|overlap]\n"
+                 "         [--speakers [AZ]] [--reverb DRY]%s\n"
                  "Positions in metres: x across, y ahead, z up; the listener looks at the point\n"
                  "LX LY LZ. Only the direct sound is rendered (one HRTF by direction, level by\n"
                  "distance). Files at another rate than 44100 Hz are converted band-limited;\n"
                  "--zero-stuffing keeps the library's default integer zero-stuffing instead.\n"
                  "Sources convolve partitioned (the whole response at any block length);\n"
-                 "--convolution overlap takes the library's default whole-filter method.\n",
+                 "--convolution overlap takes the library's default whole-filter method.\n"
+                 "--speakers renders for two loudspeakers at +-AZ degrees (default 30) through\n"
+                 "the cross-talk canceller; --reverb sets the late part's dry level (0 to 1).\n",
                  command, std::string(command) == "render" ? " --out FILE.wav" : "");
 }
 }  // namespace
@@ -56,7 +59,7 @@ int RunPlay(int argc, char **argv) {
         return 2;
     }
     CQKSDK sdk;
-    sdk.qk_Siml_Set_PO(1);
+    ChooseOutput(sdk, scene);
     if (!scene.hrtf.empty()) {
         sdk.qk_HRTF_Set_Full(scene.hrtf.c_str());
     }

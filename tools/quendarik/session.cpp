@@ -81,6 +81,17 @@ bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *r
             scene.zeroStuffing = true;
         } else if (opt == "--hrtf" && i + 1 < argc) {
             scene.hrtf = argv[++i];
+        } else if (opt == "--speakers") {
+            // The angle is optional: a following word that isn't a number is the next option.
+            scene.speakers = 30.0f;
+            if (readFloats(argv, i + 1, argc, 1, v) && v[0] > 0.0f && v[0] < 180.0f) {
+                scene.speakers = v[0];
+                i += 1;
+            }
+        } else if (opt == "--reverb" && readFloats(argv, i + 1, argc, 1, v) && v[0] >= 0.0f &&
+                   v[0] <= 1.0f) {
+            scene.reverbDry = v[0];
+            i += 1;
         } else if (rest != nullptr) {
             rest->push_back(opt);
         } else {
@@ -89,6 +100,18 @@ bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *r
         }
     }
     return true;
+}
+
+void ChooseOutput(CQKSDK &sdk, const Scene &scene) {
+    if (scene.speakers > 0.0f) {
+        sdk.qk_Siml_Set_PO(2);  // loudspeakers: the binaural mix goes through the canceller
+        sdk.qkSimSetCrossTalkAzimuth(static_cast<int>(scene.speakers));
+    } else {
+        sdk.qk_Siml_Set_PO(1);  // headphones: no cross-talk cancellation
+    }
+    if (scene.reverbDry >= 0.0f) {
+        sdk.qk_Siml_Set_ReverbDryLevel(scene.reverbDry);
+    }
 }
 
 void ChooseMethods(CQKSDK &sdk, const Scene &scene, int iEngineRate) {
@@ -121,8 +144,8 @@ void ChooseMethods(CQKSDK &sdk, const Scene &scene, int iEngineRate) {
 
 HostedRender::HostedRender(const Scene &scene) : m_scene(scene) {
     m_sdk.qk_Appl_Register_On_Message(&onMessage, 0);
-    m_sdk.qk_Asnk_Set(-2);    // no device: blocks come as fast as they are made
-    m_sdk.qk_Siml_Set_PO(1);  // headphones: no cross-talk cancellation
+    m_sdk.qk_Asnk_Set(-2);  // no device: blocks come as fast as they are made
+    ChooseOutput(m_sdk, scene);
     if (!scene.hrtf.empty()) {
         m_sdk.qk_HRTF_Set_Full(scene.hrtf.c_str());
     }

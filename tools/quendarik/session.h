@@ -32,7 +32,13 @@ struct Scene {
     int convolution = 1;        // 1 partitioned, 0 the library's default whole-filter method
     bool moveAll = false;       // every source moves a little round the listener every block
     int threads = 0;            // threads rendering the sources; 0: the library's default
+    float speakers = 0.0f;      // > 0: two loudspeakers at +-speakers degrees, via the canceller
+    float reverbDry = -1.0f;    // the late part's dry level, 0..1; below 0 the library's own
 };
+
+// Headphones, or loudspeakers through the canceller, and the late part's dry level, as the
+// scene asks.
+void ChooseOutput(CQKSDK &sdk, const Scene &scene);
 
 // Chooses the scene's convolution method, and how its files at another rate are converted
 // (band-limited unless --zero-stuffing); without conversion it says once for each such file
@@ -42,7 +48,7 @@ void ChooseMethods(CQKSDK &sdk, const Scene &scene, int iEngineRate);
 // Parses the scene options shared by render, play and bench; false (with a message) on an
 // unknown or incomplete option. Options: --source FILE X Y Z, --noise X Y Z,
 // --listener X Y Z LX LY LZ, --seconds S, --block N, --out FILE, --hrtf FILE, --zero-stuffing,
-// --convolution partitioned|overlap.
+// --convolution partitioned|overlap, --speakers [AZ] (default 30), --reverb DRY.
 bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *rest = nullptr);
 
 // The library set up for a scene: a listener, one sound source and one virtual source per
