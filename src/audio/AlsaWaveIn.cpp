@@ -2,9 +2,9 @@
 
 #include <alsa/asoundlib.h>
 
-#include "audio/AlsaErrors.h"
-
 #include <cerrno>
+
+#include "audio/AlsaPcm.h"
 
 namespace {
 // The device's own buffer, as for output.
@@ -13,21 +13,6 @@ constexpr unsigned kLatencyMicroseconds = 100000;
 constexpr int kPollMs = 50;
 // Errors in a row after which the device counts as gone.
 constexpr int kMaxErrors = 8;
-
-snd_pcm_format_t alsaFormat(int iBits) {
-    switch (iBits) {
-        case 8:
-            return SND_PCM_FORMAT_U8;
-        case 16:
-            return SND_PCM_FORMAT_S16_LE;
-        case 24:
-            return SND_PCM_FORMAT_S24_3LE;
-        case 32:
-            return SND_PCM_FORMAT_S32_LE;
-        default:
-            return SND_PCM_FORMAT_UNKNOWN;
-    }
-}
 }  // namespace
 
 CAlsaWaveIn::~CAlsaWaveIn() {
@@ -35,25 +20,10 @@ CAlsaWaveIn::~CAlsaWaveIn() {
 }
 
 int CAlsaWaveIn::OpenBackend(const WaveOutFormat &format) {
-    const snd_pcm_format_t alsa = alsaFormat(format.iBits);
-    if (alsa == SND_PCM_FORMAT_UNKNOWN) {
-        return -1;
-    }
-    // ALSA's own texts about this open stay with it instead of going to standard error.
-    qk::CAlsaErrorCapture capture;
     // Non-blocking, so that a device that stops delivering can't hold the thread for ever.
-    if (snd_pcm_open(&m_pcm, m_strName.c_str(), SND_PCM_STREAM_CAPTURE, SND_PCM_NONBLOCK) < 0) {
-        m_pcm = nullptr;
-        return -1;
-    }
-    if (snd_pcm_set_params(
-            m_pcm, alsa, SND_PCM_ACCESS_RW_INTERLEAVED, static_cast<unsigned>(format.iChannels),
-            static_cast<unsigned>(format.iSampleRate), 1, kLatencyMicroseconds) < 0) {
-        snd_pcm_close(m_pcm);
-        m_pcm = nullptr;
-        return -1;
-    }
-    return 0;
+    std::string strError;
+    return qk::OpenAlsaPcm(m_pcm, m_strName, SND_PCM_STREAM_CAPTURE, SND_PCM_NONBLOCK, format,
+                           kLatencyMicroseconds, strError);
 }
 
 bool CAlsaWaveIn::FillBackend(uint8_t *pbData, size_t iBytes) {

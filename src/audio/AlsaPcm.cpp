@@ -1,0 +1,53 @@
+#include "audio/AlsaPcm.h"
+
+#include "audio/AlsaErrors.h"
+
+namespace qk {
+
+namespace {
+snd_pcm_format_t alsaFormat(int iBits) {
+    switch (iBits) {
+        case 8:
+            return SND_PCM_FORMAT_U8;
+        case 16:
+            return SND_PCM_FORMAT_S16_LE;
+        case 24:
+            return SND_PCM_FORMAT_S24_3LE;
+        case 32:
+            return SND_PCM_FORMAT_S32_LE;
+        default:
+            return SND_PCM_FORMAT_UNKNOWN;
+    }
+}
+}  // namespace
+
+int OpenAlsaPcm(snd_pcm_t *&pcm, const std::string &strName, snd_pcm_stream_t stream, int iMode,
+                const WaveOutFormat &format, unsigned uLatencyMicroseconds, std::string &strError) {
+    pcm = nullptr;
+    const snd_pcm_format_t alsa = alsaFormat(format.iBits);
+    if (alsa == SND_PCM_FORMAT_UNKNOWN) {
+        strError = std::to_string(format.iBits) + "-bit samples are not supported";
+        return -1;
+    }
+    CAlsaErrorCapture capture;
+    int err = snd_pcm_open(&pcm, strName.c_str(), stream, iMode);
+    if (err >= 0) {
+        err = snd_pcm_set_params(
+            pcm, alsa, SND_PCM_ACCESS_RW_INTERLEAVED, static_cast<unsigned>(format.iChannels),
+            static_cast<unsigned>(format.iSampleRate), 1, uLatencyMicroseconds);
+        if (err < 0) {
+            snd_pcm_close(pcm);
+        }
+    }
+    if (err < 0) {
+        pcm = nullptr;
+        strError = snd_strerror(err);
+        if (!capture.Text().empty()) {
+            strError += " (" + capture.Text() + ")";
+        }
+        return -1;
+    }
+    return 0;
+}
+
+}  // namespace qk

@@ -1,0 +1,19 @@
+// Opening an ALSA PCM for the wave devices, playback and capture alike.
+#pragma once
+
+#include <alsa/asoundlib.h>
+
+#include <string>
+
+#include "audio/WaveOutDevice.h"
+
+namespace qk {
+
+// Opens strName for interleaved samples of the format (8-bit unsigned, 16, 24 or 32-bit
+// signed little-endian), with a device buffer of uLatencyMicroseconds. 0 with pcm open, or -1
+// with pcm null and the reason in strError; ALSA's own texts about the open are part of the
+// reason instead of lines on standard error.
+int OpenAlsaPcm(snd_pcm_t *&pcm, const std::string &strName, snd_pcm_stream_t stream, int iMode,
+                const WaveOutFormat &format, unsigned uLatencyMicroseconds, std::string &strError);
+
+}  // namespace qk
