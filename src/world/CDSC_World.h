@@ -24,7 +24,7 @@ class CDSC_World : public qk::CObject {
   public:
     // Makes the material tables below the common folder when they are missing.
     CDSC_World();
-    static constexpr double kMaxVolumeCells = 4.0e6;
+    static constexpr double kMaxVolumeCells = 1.0e6;
 
     CDSC_World(const CDSC_World &) = delete;
     CDSC_World &operator=(const CDSC_World &) = delete;
