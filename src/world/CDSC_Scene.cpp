@@ -113,30 +113,50 @@ int CDSC_Scene::GeneratePoints() {
     return 0;
 }
 
+struct CDSC_Scene::ImportLimits {
+    size_t scenes = 0;
+    size_t bytesLeft = kMaxImportBytes;
+    bool reported = false;
+};
+
 void CDSC_Scene::Import(CDSC_World *pWorld, const std::string &strPath,
-                        const std::string &strDescription, int iMain, int iDepth) {
+                        const std::string &strDescription, int iMain) {
+    ImportLimits limits;
+    ImportFile(pWorld, strPath, strDescription, iMain, 0, limits);
+}
+
+void CDSC_Scene::ImportFile(CDSC_World *pWorld, const std::string &strPath,
+                            const std::string &strDescription, int iMain, int iDepth,
+                            ImportLimits &limits) {
     if (pWorld == nullptr || !qk::IsAbsolutePath(strPath)) {
         return;
     }
-    if (iDepth > kMaxIncludeDepth || pWorld->m_Scenes.size() >= kMaxScenes) {
-        qk::Report("World file '" + strPath + "' is not read: includes nest deeper than " +
-                       std::to_string(kMaxIncludeDepth) + " or make more than " +
-                       std::to_string(kMaxScenes) + " scenes.",
-                   "World", qk::Severity::Error);
+    if (iDepth > kMaxIncludeDepth || limits.scenes >= kMaxScenes) {
+        if (!limits.reported) {
+            qk::Report("World file '" + strPath + "' is not read: includes nest deeper than " +
+                           std::to_string(kMaxIncludeDepth) + " or make more than " +
+                           std::to_string(kMaxScenes) + " scenes.",
+                       "World", qk::Severity::Error);
+            limits.reported = true;
+        }
         return;
     }
     auto scene = std::make_unique<CDSC_Scene>(pWorld, strPath, strDescription, iMain);
     CWorldTextReader reader;
-    if (reader.Read(qk::JoinPath(scene->m_strFolder, scene->m_strName), pWorld, scene.get()) != 0) {
+    size_t bytes = 0;
+    if (reader.Read(qk::JoinPath(scene->m_strFolder, scene->m_strName), pWorld, scene.get(),
+                    limits.bytesLeft, &bytes) != 0) {
         return;
     }
+    limits.bytesLeft -= bytes;
+    ++limits.scenes;
     CDSC_Scene *read = scene.get();
     pWorld->InsertScene(scene.release());
     const std::vector<std::string> includes = read->m_Includes;
     const std::string folder = read->m_strFolder;
     for (const std::string &name : includes) {
         const std::string path = qk::IsAbsolutePath(name) ? name : qk::JoinPath(folder, name);
-        Import(pWorld, path, std::string(), 0, iDepth + 1);
+        ImportFile(pWorld, path, std::string(), 0, iDepth + 1, limits);
     }
 }
 

@@ -39,17 +39,19 @@ class CDSC_Scene : public qk::CObject {
     int InsertPlane(CVRPlane *&pOut, int iID, const std::string &strName,
                     const std::string &strMaterial);
 
-    // Includes nest at most this deep; a world holds at most kMaxScenes scenes from files.
+    // Includes nest at most this deep; one import makes at most kMaxScenes scenes and reads
+    // at most kMaxImportBytes of text, its includes counted.
     static constexpr int kMaxIncludeDepth = 16;
     static constexpr size_t kMaxScenes = 1024;
+    static constexpr size_t kMaxImportBytes = 16u << 20;
 
     // Reads a world text file into a new scene of pWorld: the scene goes into the world's
     // list once its file is read, then each file it includes (relative to its folder) becomes
     // a further scene the same way. A path that isn't absolute reads nothing, and a file that
-    // can't be opened leaves no scene. Includes deeper than kMaxIncludeDepth, or past
-    // kMaxScenes scenes, are reported and not read, so a file that includes itself ends.
+    // can't be opened leaves no scene. Files past the limits above are not read, and the
+    // first of them is reported, so a file that includes itself ends.
     static void Import(CDSC_World *pWorld, const std::string &strPath,
-                       const std::string &strDescription, int iMain, int iDepth = 0);
+                       const std::string &strDescription, int iMain);
 
     // GeneratePoints, then GenerateSurfaces whatever the first gave; the first non-zero
     // result of the two, else 0.
@@ -90,5 +92,9 @@ class CDSC_Scene : public qk::CObject {
     C3Point m_Normal;          // normal of the plane generated last
 
   private:
+    struct ImportLimits;
+    static void ImportFile(CDSC_World *pWorld, const std::string &strPath,
+                           const std::string &strDescription, int iMain, int iDepth,
+                           ImportLimits &limits);
     void CopyFields(const CDSC_Scene &other);
 };

@@ -97,8 +97,8 @@ class CDSC_World : public qk::CObject {
     float m_fZMax = 0.0f;
     float m_fZMin = 0.0f;
     float m_fExtent = 0.0f;
-    // Cubic metres, by counting cells of 1 m; a room of more than kMaxVolumeCells such cells
-    // is counted in cells twice as wide on each axis, as often as needed.
+    // Cubic metres, by counting cells of 1 m; in a room of more than kMaxVolumeCells such cells
+    // the cells of the axis with the most are made twice as wide, as often as needed.
     float m_fVolume = 0.0f;
     std::vector<std::unique_ptr<CDSC_Scene>> m_Scenes;         // owned
     std::vector<std::unique_ptr<CVRConstant>> m_Constants;     // owned

@@ -134,33 +134,40 @@ int CDSC_World::Generate() {
 }
 
 float CDSC_World::CountVolume() const {
-    for (float v : {m_fXMin, m_fXMax, m_fYMin, m_fYMax, m_fZMin, m_fZMax}) {
-        if (!std::isfinite(v)) {
+    const float lo[3] = {m_fXMin, m_fYMin, m_fZMin};
+    const float hi[3] = {m_fXMax, m_fYMax, m_fZMax};
+    double cell[3] = {1.0, 1.0, 1.0};
+    double n[3] = {};
+    for (int a = 0; a < 3; ++a) {
+        if (!std::isfinite(lo[a]) || !std::isfinite(hi[a])) {
             return 0.0f;
         }
+        n[a] = cellsOn(lo[a], hi[a], cell[a]);
     }
-    double cell = 1.0;
-    while (cellsOn(m_fXMin, m_fXMax, cell) * cellsOn(m_fYMin, m_fYMax, cell) *
-               cellsOn(m_fZMin, m_fZMax, cell) >
-           kMaxVolumeCells) {
-        cell *= 2.0;
+    // Thinner than a cell on an axis: no cell lies inside.
+    if (n[0] * n[1] * n[2] == 0.0) {
+        return 0.0f;
     }
-    const double nx = cellsOn(m_fXMin, m_fXMax, cell);
-    const double ny = cellsOn(m_fYMin, m_fYMax, cell);
-    const double nz = cellsOn(m_fZMin, m_fZMax, cell);
+    // Too many cells: the axis with the most gets cells twice as wide, until the count is
+    // bearable. An axis of two cells or more keeps at least one, so no room vanishes.
+    while (n[0] * n[1] * n[2] > kMaxVolumeCells) {
+        const int a = static_cast<int>(std::max_element(n, n + 3) - n);
+        cell[a] *= 2.0;
+        n[a] = cellsOn(lo[a], hi[a], cell[a]);
+    }
     double count = 0.0;
-    for (double i = 0; i < nx; ++i) {
-        for (double j = 0; j < ny; ++j) {
-            for (double k = 0; k < nz; ++k) {
-                C3Point p;
-                p.x = static_cast<float>(m_fXMin + cell / 2.0 + i * cell);
-                p.y = static_cast<float>(m_fYMin + cell / 2.0 + j * cell);
-                p.z = static_cast<float>(m_fZMin + cell / 2.0 + k * cell);
+    C3Point p;
+    for (double i = 0; i < n[0]; ++i) {
+        p.x = static_cast<float>(lo[0] + cell[0] / 2.0 + i * cell[0]);
+        for (double j = 0; j < n[1]; ++j) {
+            p.y = static_cast<float>(lo[1] + cell[1] / 2.0 + j * cell[1]);
+            for (double k = 0; k < n[2]; ++k) {
+                p.z = static_cast<float>(lo[2] + cell[2] / 2.0 + k * cell[2]);
                 count += IsPointInsize(p);
             }
         }
     }
-    return static_cast<float>(count * std::pow(cell, 3.0));
+    return static_cast<float>(count * cell[0] * cell[1] * cell[2]);
 }
 
 int CDSC_World::IsPointInsize(C3Point p) const {

@@ -160,16 +160,21 @@ class CWorldTextReader::Lines {
     size_t m_p = 0;
 };
 
-int CWorldTextReader::Read(const std::string &strPath, CDSC_World *pWorld, CDSC_Scene *pScene) {
+int CWorldTextReader::Read(const std::string &strPath, CDSC_World *pWorld, CDSC_Scene *pScene,
+                           size_t iLimit, size_t *pBytes) {
+    const size_t limit = std::min(iLimit, kMaxFileBytes);
     std::vector<uint8_t> bytes;
     uint64_t fileSize = 0;
-    if (!qk::files::ReadBytes(strPath, kMaxFileBytes + 1, bytes, fileSize)) {
+    if (!qk::files::ReadBytes(strPath, limit + 1, bytes, fileSize)) {
         return 1;
     }
-    if (fileSize > kMaxFileBytes) {
+    if (fileSize > limit) {
         qk::Report("World file '" + strPath + "' is too large to be a world.", "World",
                    qk::Severity::Error);
         return 1;
+    }
+    if (pBytes != nullptr) {
+        *pBytes = bytes.size();
     }
     ReadText(std::string(bytes.begin(), bytes.end()), pWorld, pScene);
     return 0;

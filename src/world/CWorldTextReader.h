@@ -14,13 +14,15 @@ class CDSC_Scene;
 class CWorldTextReader {
   public:
     // Files larger than this are refused as absurd (a room is a few kilobytes).
-    static constexpr size_t kMaxFileBytes = 16u << 20;
+    static constexpr size_t kMaxFileBytes = 4u << 20;
     // A longer line is read in pieces of this many characters.
     static constexpr size_t kMaxLineLength = 100000;
 
-    // Reads the file into the scene and the world's constants. 0; 1 when the file can't be
-    // opened (or is absurdly large), with nothing inserted.
-    int Read(const std::string &strPath, CDSC_World *pWorld, CDSC_Scene *pScene);
+    // Reads the file into the scene and the world's constants; its size goes to *pBytes.
+    // 0; 1 when the file can't be opened, or (reported) is larger than iLimit bytes or
+    // kMaxFileBytes, with nothing inserted.
+    int Read(const std::string &strPath, CDSC_World *pWorld, CDSC_Scene *pScene,
+             size_t iLimit = kMaxFileBytes, size_t *pBytes = nullptr);
     // The same on text in memory.
     void ReadText(const std::string &strText, CDSC_World *pWorld, CDSC_Scene *pScene);
 

@@ -186,10 +186,24 @@ TEST_F(WorldText, IncludeCyclesEndWithAReport) {
     ASSERT_EQ(reports.entries.size(), 1u);
     EXPECT_EQ(reports.entries[0].caption, "World");
 
-    // Two files that each include the other twice would make 2^16 scenes: the count ends it.
+    // Two files that each include the other twice would make 2^16 scenes: the count ends it,
+    // with one report.
     world->ClearPlanes();
+    reports.entries.clear();
     CDSC_Scene::Import(world.get(), root.Path() + "/ping.txt", "", 1);
     EXPECT_LE(world->m_Scenes.size(), CDSC_Scene::kMaxScenes);
+    EXPECT_EQ(reports.entries.size(), 1u);
+
+    // A big file that includes itself: the bytes of one import are counted, includes too.
+    const std::string big = Write("big.txt", "INCLUDE big.txt\n" + std::string(3u << 20, ';'));
+    world->ClearPlanes();
+    CDSC_Scene::Import(world.get(), big, "", 1);
+    EXPECT_EQ(world->m_Scenes.size(), CDSC_Scene::kMaxImportBytes / (3u << 20));
+    const std::string huge =
+        Write("huge.txt", std::string(CWorldTextReader::kMaxFileBytes + 1, ' '));
+    world->ClearPlanes();
+    CDSC_Scene::Import(world.get(), huge, "", 1);
+    EXPECT_TRUE(world->m_Scenes.empty());
 
     world->ClearPlanes();
     CDSC_Scene::Import(world.get(), root.Path() + "/missing.txt", "", 1);

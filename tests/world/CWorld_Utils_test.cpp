@@ -169,9 +169,19 @@ TEST_F(Rooms, APlaneBoxTakesALowerZIntoItsXMinimum) {
 }
 
 TEST_F(Rooms, AHugeRoomIsCountedInCoarserCellsAndEnds) {
-    CWorld_Utils::Generate_ShoeBox(world.get(), "4000", "5000", "3000");
-    ASSERT_EQ(world->m_Planes.size(), 6u);
-    EXPECT_NEAR(world->m_fVolume, 6.0e10f, 6.0e10f * 0.01f);
+    struct Case {
+        const char *w, *d, *h;
+        float volume;
+    };
+    // Then slabs 10^15 m wide: wider cells across one 1 m high must not make its one layer
+    // of cells vanish, and one lower than a cell has none, with no loop over its columns.
+    for (const Case &c :
+         {Case{"4000", "5000", "3000", 6.0e10f}, Case{"1000000000000000", "16", "1", 1.6e16f},
+          Case{"1000000000000000", "16", "0.4", 0.0f}}) {
+        CWorld_Utils::Generate_ShoeBox(world.get(), c.w, c.d, c.h);
+        ASSERT_EQ(world->m_Planes.size(), 6u) << c.w;
+        EXPECT_NEAR(world->m_fVolume, c.volume, c.volume * 0.01f) << c.w << " " << c.h;
+    }
 }
 
 TEST_F(Rooms, AStoredWorldReadBackGeneratesTheSamePlanes) {
