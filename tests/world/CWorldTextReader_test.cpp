@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "platform/Archive.h"
 #include "support/ReportRecorder.h"
 #include "support/ScopedCommonRoot.h"
 #include "world/CDSC_World.h"
@@ -254,4 +255,71 @@ TEST_F(WorldText, TheShippedWorldsGenerate) {
             EXPECT_GT(plane->m_Material.m_fCoeff[0], 0.0f) << c.file << " " << plane->m_iID;
         }
     }
+}
+
+TEST_F(WorldText, EveryKeywordWithIncludesReadsAndItsArchiveGeneratesTheSamePlanes) {
+    const std::string main = Write("every/main.txt",
+                                   "; every section of the language\n"
+                                   "GLOBAL w = 4 ; width\n"
+                                   "GETGLOBAL d = 3\n"
+                                   "LOCAL h = 2.5\n"
+                                   "GETLOCAL half = w/2 ; half the width\n"
+                                   "ABS\n"
+                                   "ABS myfoam = 10 20 30 40 50 60 70 80 s 1 1 1 1 1 1 1 1\n"
+                                   "FROMBACK\nOBJECT\nOFFSETPL 10\nMIRROR 0 0\n"
+                                   "TRANSLATE\nROTATE 90\nCOPY\nORIGIN\n"
+                                   "CORNERS\n"
+                                   "1 -half 0 0\n2 -half d 0\n3 half d 0\n4 half 0 0\n"
+                                   "11 -half 0 h\n12 -half d h\n13 half d h\n14 half 0 h\n"
+                                   "PLANES\n"
+                                   "[ 1 floor / 4 3 2 1 / abs_floor ] floor.bmp\n"
+                                   "[ 2 ceil / 11 12 13 14 / abs_ceiling ] ceiling.bmp\n"
+                                   "#I walls.txt\n");
+    Write("every/walls.txt",
+          "OFFSETCO 100\nFROMFRONT\nPLANES\n"
+          "[ 3 wall / _1 _11 _14 _4 / abs_wall ] wall.bmp\n"
+          "[ 4 wall / _3 _13 _12 _2 / abs_wall ]\n"
+          "[ 5 wall / _2 _12 _11 _1 / Wood\n"
+          "( 6 / _2 _12 _11 / t ) ]\n"
+          "[ 7 wall / _4 _14 _13 _3 / abs_wall ]\n");
+    qktest::ReportRecorder reports;
+    CDSC_Scene::Import(world.get(), main, "main gd", 1);
+    EXPECT_EQ(reports.entries.size(), 1u);  // the question about myfoam
+    ASSERT_EQ(world->m_Scenes.size(), 2u);
+    ASSERT_EQ(world->m_Constants.size(), 4u);
+    const CDSC_Scene &first = *world->m_Scenes[0];
+    EXPECT_EQ(first.m_iObject, 1);
+    EXPECT_EQ(first.m_iMirror, 1);
+    EXPECT_EQ(first.m_iOffsetPlanesBy, 10);
+    EXPECT_EQ(world->m_Scenes[1]->m_iFromBack, 0);
+    EXPECT_EQ(world->m_Scenes[1]->m_iOffsetCornersBy, 100);
+    ASSERT_EQ(world->Generate(), 0);
+    ASSERT_EQ(world->m_Planes.size(), 7u);
+    EXPECT_EQ(world->m_Planes[5]->GetSize(), 3);                   // the sub-plane, a triangle
+    EXPECT_EQ(world->m_Planes[4]->m_Material.m_fCoeff[0], 15.0f);  // Wood
+    // Cell centres at z = 0.5, 1.5 and 2.5, the last on the ceiling, which counts as inside.
+    EXPECT_FLOAT_EQ(world->m_fVolume, 36.0f);
+
+    qk::CMemoryStream bytes;
+    qk::CArchive store(bytes, qk::CArchive::store);
+    world->Serialize(store);
+    CDSC_World copy;
+    copy.m_pCode4 = &code;
+    qk::CMemoryStream in(bytes.Bytes().data(), bytes.Bytes().size());
+    qk::CArchive load(in, qk::CArchive::load);
+    copy.Serialize(load);
+    ASSERT_EQ(copy.m_Planes.size(), world->m_Planes.size());
+    for (size_t i = 0; i < copy.m_Planes.size(); ++i) {
+        const CVRPlane &a = *world->m_Planes[i];
+        const CVRPlane &b = *copy.m_Planes[i];
+        EXPECT_EQ(a.m_strPointIDs, b.m_strPointIDs) << i;
+        EXPECT_EQ(a.m_strMaterial, b.m_strMaterial) << i;
+        ASSERT_EQ(a.GetSize(), b.GetSize()) << i;
+        for (int k = 0; k < a.GetSize(); ++k) {
+            EXPECT_EQ(a.Point(k) == b.Point(k), 1) << i << " " << k;
+        }
+        EXPECT_FLOAT_EQ(a.D, b.D) << i;
+    }
+    EXPECT_FLOAT_EQ(copy.m_fVolume, 36.0f);
+    EXPECT_EQ(copy.m_Scenes[1]->m_strName, "walls.txt");
 }
