@@ -25,3 +25,8 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/quendarik.pc
 # Data files (the default HRTF sets) are installed when the build has made them.
 install(DIRECTORY ${PROJECT_BINARY_DIR}/data/ DESTINATION ${CMAKE_INSTALL_DATADIR}/quendarik
         OPTIONAL)
+
+# World text files of our own making, beside the HRTF sets: a shoe box with mixed materials, an
+# L-shaped room written with an include, a small hall (quendarik world info FILE shows them).
+install(DIRECTORY data/worlds/ DESTINATION ${CMAKE_INSTALL_DATADIR}/quendarik/TORVELLAN/Common/QKWORLD
+        FILES_MATCHING PATTERN "*.txt")

@@ -80,8 +80,28 @@ class CQKSDK {
     // Installs the handler of reported texts (null: back to standard error). Process-wide.
     int qk_Appl_Register_On_Message(QK_ON_MESSAGE pfnCallback, unsigned long ulUser);
 
-    // Wrld: the world the models read. (Rooms, world files and project files come with the
-    // room models; until then sound is rendered as in free field.)
+    // Wrld: the world the room models read. A room is generated (shoe box, trapezium, the
+    // presets 0..6), imported from a world text file, or loaded from a .qkworld archive below
+    // <common folder>/TORVELLAN/Common/QKWORLD. Dimensions are in metres.
+    int qk_Wrld_None();  // no room; model 0
+    // 0 none; 1..3 shoe boxes 2x2x2, 6x6x4, 10x10x5; 4..6 trapezia (2,2,1,2), (6,6,4,3.5),
+    // (10,10,7,5). Any other number gives -1; the model takes the number in every case.
+    int qk_Wrld_Preset(int iPreset);
+    int qk_Wrld_ShoeBox(float fWidth, float fDepth, float fHeight);  // model 1
+    // Front width, back width, depth, height; model 2.
+    int qk_Wrld_Trapezium(float fWidthFront, float fWidthBack, float fDepth, float fHeight);
+    // Reads a world text file (an absolute path) and its includes; model 3. Returns -1 always,
+    // on success too: hosts look at the world, not at this result.
+    int qk_Wrld_Import(const char *pcPath);
+    // Loads a .qkworld archive (".qkworld" is added when missing); 0. A file that can't be
+    // opened is reported (unless it is the default one), the default room is made, -1.
+    int qk_Wrld_Set_File_Full(const char *pcPath);
+    int qk_Wrld_Set_File(const char *pcName);  // a name in the QKWORLD folder
+    // Makes the 5 x 5 x 3 shoe box and stores it as <name>.qkworld in the QKWORLD folder,
+    // then loads it; 0. -1 when that file exists already (the box stays, nothing is stored);
+    // -2 when it can't be written (reported).
+    int qk_Wrld_Generate_Default(const char *pcName);
+    int qk_Wrld_ReInitialize();  // generates the world again from its expressions
     int qk_Wrld_Get_File_Full(char *pcBuffer);
     int qk_Wrld_Get_File(char *pcBuffer);
     int qk_Wrld_Get(void *&pWorld);

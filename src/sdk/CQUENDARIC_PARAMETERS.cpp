@@ -328,10 +328,13 @@ CQUENDARIC_PARAMETERS::CQUENDARIC_PARAMETERS() {
     m_strHRTF_CTC.reserve(512);
     m_strHRTFRequest.reserve(512);
     m_strHRTFRequest_CTC.reserve(512);
+    qk::table::code4initLow(&m_Code4);
+    m_World.m_pCode4 = &m_Code4;
 }
 
 CQUENDARIC_PARAMETERS::~CQUENDARIC_PARAMETERS() {
     _write();
+    qk::table::code4initUndo(&m_Code4);
 }
 
 void CQUENDARIC_PARAMETERS::Serialize(qk::CArchive &ar) {

@@ -127,6 +127,8 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
     std::string m_strHRTF;               // data set in use
     std::string m_strHRTF_CTC;           // data set of the canceller
     CDSC_World m_World;                  // the world; not in the stored form
+    // The material session, handed to the world (and the room models) by pointer.
+    qk::table::Code4 m_Code4;
 
     qk::Relaxed<int> m_iSharedSFM = 1;
     std::string m_strHRTFRequest;

@@ -260,7 +260,19 @@ int CQUENDARIK_PROCESSOR::CheckAutomaticLimiter(float *pfBlock, int n, int, int 
     return 0;
 }
 
-int CQUENDARIK_PROCESSOR::CheckForMaterialChanges(int) {
-    // Materials of planes join with the room models; without them nothing can change.
+int CQUENDARIK_PROCESSOR::CheckForMaterialChanges(int iSampleRate) {
+    const int sfm = m_Parameters.m_iSFM;
+    if (sfm < 1 || sfm > 3) {
+        return 0;
+    }
+    // One material a block: each change rebuilds every object, so several are spread out.
+    for (CVRPlane *plane : m_Parameters.m_World.m_Planes) {
+        if (plane->m_strMaterial != plane->m_Material.m_strName) {
+            plane->m_Material.MakeFilter(plane->m_strMaterial, static_cast<float>(iSampleRate), 0,
+                                         &m_Parameters.m_Code4, m_Parameters.m_iMaterialCoeffs);
+            m_Parameters.m_iMaterialChanged = 1;
+            return 0;
+        }
+    }
     return 0;
 }

@@ -1,7 +1,11 @@
 #include "world/CDSC_Scene.h"
 
+#include "platform/Archive.h"
 #include "platform/Paths.h"
+#include "platform/Report.h"
 #include "world/CDSC_World.h"
+#include "world/CWorldTextReader.h"
+#include "world/ObjectList.h"
 
 QK_IMPLEMENT_SERIAL(CDSC_Scene)
 
@@ -107,4 +111,113 @@ int CDSC_Scene::GeneratePoints() {
         m_pWorld->m_Points.push_back(point.get());
     }
     return 0;
+}
+
+struct CDSC_Scene::ImportLimits {
+    size_t scenes = 0;
+    size_t bytesLeft = kMaxImportBytes;
+    bool reported = false;
+};
+
+void CDSC_Scene::Import(CDSC_World *pWorld, const std::string &strPath,
+                        const std::string &strDescription, int iMain) {
+    ImportLimits limits;
+    ImportFile(pWorld, strPath, strDescription, iMain, 0, limits);
+}
+
+void CDSC_Scene::ImportFile(CDSC_World *pWorld, const std::string &strPath,
+                            const std::string &strDescription, int iMain, int iDepth,
+                            ImportLimits &limits) {
+    if (pWorld == nullptr || !qk::IsAbsolutePath(strPath)) {
+        return;
+    }
+    if (iDepth > kMaxIncludeDepth || limits.scenes >= kMaxScenes) {
+        if (!limits.reported) {
+            qk::Report("World file '" + strPath + "' is not read: includes nest deeper than " +
+                           std::to_string(kMaxIncludeDepth) + " or make more than " +
+                           std::to_string(kMaxScenes) + " scenes.",
+                       "World", qk::Severity::Error);
+            limits.reported = true;
+        }
+        return;
+    }
+    auto scene = std::make_unique<CDSC_Scene>(pWorld, strPath, strDescription, iMain);
+    CWorldTextReader reader;
+    size_t bytes = 0;
+    if (reader.Read(qk::JoinPath(scene->m_strFolder, scene->m_strName), pWorld, scene.get(),
+                    limits.bytesLeft, &bytes) != 0) {
+        return;
+    }
+    limits.bytesLeft -= bytes;
+    ++limits.scenes;
+    CDSC_Scene *read = scene.get();
+    pWorld->InsertScene(scene.release());
+    const std::vector<std::string> includes = read->m_Includes;
+    const std::string folder = read->m_strFolder;
+    for (const std::string &name : includes) {
+        const std::string path = qk::IsAbsolutePath(name) ? name : qk::JoinPath(folder, name);
+        ImportFile(pWorld, path, std::string(), 0, iDepth + 1, limits);
+    }
+}
+
+int CDSC_Scene::Generate() {
+    const int points = GeneratePoints();
+    const int surfaces = GenerateSurfaces();
+    return points != 0 ? points : surfaces;
+}
+
+int CDSC_Scene::GenerateSurfaces() {
+    for (auto &plane : m_Planes) {
+        plane->m_Points.clear();
+        plane->RemoveAll();
+        plane->m_strPointIDs.clear();
+        for (const std::string &id : plane->m_PointIDs) {
+            auto corner = std::make_unique<CVRPoint>();
+            // A leading "_" names a corner of the world's list, any other id one of this scene.
+            const int found = m_pWorld == nullptr ? 0 : m_pWorld->FindVRPoint(this, id, *corner);
+            if (found == 0) {
+                continue;
+            }
+            plane->Add(static_cast<const C3Point &>(*corner));
+            plane->m_Points.push_back(std::move(corner));
+            plane->m_strPointIDs += id + " ";
+        }
+        plane->m_strPointIDs.erase(plane->m_strPointIDs.find_last_not_of(' ') + 1);
+        if (plane->CalculatePlaneCoefficients() == 0) {
+            return 202;
+        }
+        const float sign = m_iFromBack == 1 ? 1.0f : -1.0f;
+        m_Normal.x = sign * plane->A;
+        m_Normal.y = sign * plane->B;
+        m_Normal.z = sign * plane->C;
+    }
+    return 0;
+}
+
+void CDSC_Scene::Serialize(qk::CArchive &ar) {
+    qk::CObject::Serialize(ar);
+    SerializeObjectList(ar, m_Points, {"CVRPoint"});
+    SerializeObjectList(ar, m_Planes, {"CVRPlane"});
+    SerializeObjectList(ar, m_Third, {});
+    if (ar.IsStoring()) {
+        ar << m_strName << m_strDescription << static_cast<int32_t>(m_iMain) << m_strFolder;
+        for (int v : {m_iObject, m_iMirror, m_iOffsetCorners, m_iOffsetPlanes, m_iFromBack,
+                      m_iOffsetCornersBy, m_iOffsetPlanesBy, m_iMirrorCorners, m_iMirrorPlanes}) {
+            ar << static_cast<int32_t>(v);
+        }
+        return;
+    }
+    int32_t iMain = 0;
+    ar >> m_strName >> m_strDescription >> iMain >> m_strFolder;
+    m_iMain = iMain;
+    for (int *v : {&m_iObject, &m_iMirror, &m_iOffsetCorners, &m_iOffsetPlanes, &m_iFromBack,
+                   &m_iOffsetCornersBy, &m_iOffsetPlanesBy, &m_iMirrorCorners, &m_iMirrorPlanes}) {
+        int32_t value = 0;
+        ar >> value;
+        *v = value;
+    }
+    for (auto &point : m_Points) {
+        point->m_pScene = this;
+        point->m_pWorld = m_pWorld;
+    }
 }

@@ -39,6 +39,31 @@ class CDSC_Scene : public qk::CObject {
     int InsertPlane(CVRPlane *&pOut, int iID, const std::string &strName,
                     const std::string &strMaterial);
 
+    // Includes nest at most this deep; one import makes at most kMaxScenes scenes and reads
+    // at most kMaxImportBytes of text, its includes counted.
+    static constexpr int kMaxIncludeDepth = 16;
+    static constexpr size_t kMaxScenes = 1024;
+    static constexpr size_t kMaxImportBytes = 16u << 20;
+
+    // Reads a world text file into a new scene of pWorld: the scene goes into the world's
+    // list once its file is read, then each file it includes (relative to its folder) becomes
+    // a further scene the same way. A path that isn't absolute reads nothing, and a file that
+    // can't be opened leaves no scene. Files past the limits above are not read, and the
+    // first of them is reported, so a file that includes itself ends.
+    static void Import(CDSC_World *pWorld, const std::string &strPath,
+                       const std::string &strDescription, int iMain);
+
+    // GeneratePoints, then GenerateSurfaces whatever the first gave; the first non-zero
+    // result of the two, else 0.
+    int Generate();
+    // Resolves each plane's corner ids (a leading "_": the world's list, else this scene's),
+    // makes its polygon and plane. A missing corner is skipped in silence; a plane left with
+    // fewer than three corners gives 202 and stops.
+    int GenerateSurfaces();
+
+    // Corners, planes, the third list, then names, flags and numbers.
+    void Serialize(qk::CArchive &ar) override;
+
     // Generates each corner in file order and appends it to the world's list of all
     // corners, so a corner can read corners before it, in this scene or an earlier one.
     // Stops at the first corner in error with its result (the corners before it stay in the
@@ -67,5 +92,9 @@ class CDSC_Scene : public qk::CObject {
     C3Point m_Normal;          // normal of the plane generated last
 
   private:
+    struct ImportLimits;
+    static void ImportFile(CDSC_World *pWorld, const std::string &strPath,
+                           const std::string &strDescription, int iMain, int iDepth,
+                           ImportLimits &limits);
     void CopyFields(const CDSC_Scene &other);
 };

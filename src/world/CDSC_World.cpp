@@ -2,9 +2,78 @@
 
 #include <algorithm>
 
+#include "platform/Archive.h"
+#include "platform/Report.h"
+#include "world/MaterialTables.h"
+#include "world/ObjectList.h"
 #include "world/VRText.h"
 
 QK_IMPLEMENT_SERIAL(CDSC_World)
+
+CDSC_World::CDSC_World() {
+    qk::table::Code4 code;
+    qk::table::code4initLow(&code);
+    MaterialTables::EnsureDefaults(code);
+    qk::table::code4initUndo(&code);
+}
+
+void CDSC_World::Serialize(qk::CArchive &ar) {
+    try {
+        if (ar.IsLoading()) {
+            LoadFrom(ar);
+            return;
+        }
+        qk::CObject::Serialize(ar);
+        SerializeObjectList(ar, m_Scenes, {"CDSC_Scene"});
+        SerializeObjectList(ar, m_Constants, {"CVRConstant"});
+        ar << static_cast<uint32_t>(m_Points.size());
+        for (CVRPoint *point : m_Points) {
+            ar.WriteObject(*point);
+        }
+        ar << static_cast<uint32_t>(m_Planes.size());
+        for (CVRPlane *plane : m_Planes) {
+            ar.WriteObject(*plane);
+        }
+        ar << 1.0f << m_fScaleX << m_fScaleY << m_fScaleZ;
+    } catch (const qk::CArchiveException &) {
+        qk::Report("Cannot serialize CDSC_World object.", "World", qk::Severity::Error);
+    }
+}
+
+void CDSC_World::LoadFrom(qk::CArchive &ar) {
+    qk::CObject::Serialize(ar);
+    std::vector<std::unique_ptr<CDSC_Scene>> scenes;
+    std::vector<std::unique_ptr<CVRConstant>> constants;
+    // The flat lists were stored with their objects; generation makes them anew.
+    std::vector<std::unique_ptr<CVRPoint>> points;
+    std::vector<std::unique_ptr<CVRPlane>> planes;
+    SerializeObjectList(ar, scenes, {"CDSC_Scene"});
+    SerializeObjectList(ar, constants, {"CVRConstant"});
+    SerializeObjectList(ar, points, {"CVRPoint"});
+    SerializeObjectList(ar, planes, {"CVRPlane"});
+    float fVersion = 0.0f;
+    float scale[3] = {1.0f, 1.0f, 1.0f};
+    ar >> fVersion >> scale[0] >> scale[1] >> scale[2];
+
+    ClearPlanes();
+    m_Scenes = std::move(scenes);
+    m_Constants = std::move(constants);
+    m_fScaleX = scale[0];
+    m_fScaleY = scale[1];
+    m_fScaleZ = scale[2];
+    for (auto &scene : m_Scenes) {
+        scene->m_pWorld = this;
+        for (auto &point : scene->m_Points) {
+            point->m_pWorld = this;
+            point->m_pScene = scene.get();
+        }
+    }
+    for (auto &constant : m_Constants) {
+        constant->m_pWorld = this;
+    }
+    // Its result is not the loader's: a world that doesn't generate is still loaded.
+    Generate();
+}
 
 void CDSC_World::Clear() {
     ClearPlanes();

@@ -16,12 +16,16 @@
 #include "world/CVRPlane.h"
 #include "world/CVRPoint.h"
 #include "world/CVRSoundSource.h"
+#include "world/Code4.h"
 
 class CDSC_World : public qk::CObject {
     QK_DECLARE_SERIAL(CDSC_World)
 
   public:
-    CDSC_World() = default;
+    // Makes the material tables below the common folder when they are missing.
+    CDSC_World();
+    static constexpr double kMaxVolumeCells = 1.0e6;
+
     CDSC_World(const CDSC_World &) = delete;
     CDSC_World &operator=(const CDSC_World &) = delete;
     ~CDSC_World() override = default;
@@ -50,6 +54,23 @@ class CDSC_World : public qk::CObject {
     int RemoveScene(CDSC_Scene *pScene);
     int UpdateScene(CDSC_Scene *) { return 0; }
 
+    // Turns every expression into numbers: the constants, then each scene's corners and
+    // planes in list order, fetching each plane's material; fills the flat lists, the
+    // bounding box, centre, extent and the volume. 0; 201 a world with neither constants nor
+    // scenes; -1 without a material session; 202, 203, 204 (or -1) from the first scene or
+    // constant in error, with the flat lists then empty.
+    int Generate();
+    // 1 when p is on or on the positive side of every plane of the flat list.
+    int IsPointInsize(C3Point p) const;
+    // The plane's coefficients from its material name, and the material's image name; -1
+    // without a material session, else 0.
+    int UpdateMaterialForPlane(CVRPlane *pPlane);
+
+    // Scenes, constants, the flat lists, version and the three scales. Loading reads
+    // everything before it replaces the world, then generates; an archive that can't be read
+    // is reported ("Cannot serialize CDSC_World object.") and leaves the world as it was.
+    void Serialize(qk::CArchive &ar) override;
+
     // Generates each constant in list order, so a constant can use the ones before it.
     // Stops at the first in error with its result; 0 when all went well.
     int GenerateConstants();
@@ -62,8 +83,9 @@ class CDSC_World : public qk::CObject {
     int FindVRPointFromSceneList(CDSC_Scene *pScene, const std::string &strName,
                                  CVRPoint &out) const;
 
-    CHELPER_FormulaParser m_parser;  // the one evaluator of the world's expressions
-    C3Point m_centre;                // centre of the bounding box
+    CHELPER_FormulaParser m_parser;        // the one evaluator of the world's expressions
+    C3Point m_centre;                      // centre of the bounding box
+    qk::table::Code4 *m_pCode4 = nullptr;  // the material session; not owned
     float m_fMaxMid = 0.0f;
     float m_fScaleX = 1.0f;  // archived, read by no generation step
     float m_fScaleY = 1.0f;
@@ -75,11 +97,17 @@ class CDSC_World : public qk::CObject {
     float m_fZMax = 0.0f;
     float m_fZMin = 0.0f;
     float m_fExtent = 0.0f;
-    float m_fVolume = 0.0f;                                    // cubic metres, by counting
+    // Cubic metres, by counting cells of 1 m; in a room of more than kMaxVolumeCells such cells
+    // the cells of the axis with the most are made twice as wide, as often as needed.
+    float m_fVolume = 0.0f;
     std::vector<std::unique_ptr<CDSC_Scene>> m_Scenes;         // owned
     std::vector<std::unique_ptr<CVRConstant>> m_Constants;     // owned
     std::vector<CVRPoint *> m_Points;                          // all corners; not owned
     std::vector<CVRPlane *> m_Planes;                          // all planes; not owned
     std::vector<std::unique_ptr<CVRSoundSource>> m_VRSources;  // owned
     std::vector<std::unique_ptr<CVRClient>> m_VRClients;       // owned
+
+  private:
+    float CountVolume() const;
+    void LoadFrom(qk::CArchive &ar);
 };

@@ -18,6 +18,7 @@ CVRPlane &CVRPlane::operator=(const CVRPlane &other) {
 }
 
 void CVRPlane::CopyFields(const CVRPlane &other) {
+    m_Material = other.m_Material;
     m_iID = other.m_iID;
     m_iVisible = other.m_iVisible;
     m_strDescription = other.m_strDescription;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "world/CMATERIAL.h"
 #include "world/CPolygon.h"
 #include "world/CVRPoint.h"
 
@@ -27,6 +28,7 @@ class CVRPlane : public CPolygon {
     // joined ids, image and material.
     void Serialize(qk::CArchive &ar) override;
 
+    CMATERIAL m_Material;                                   // coefficients and reflection filter
     std::vector<std::string> m_PointIDs;                    // corner ids as given
     std::vector<std::unique_ptr<CVRPoint>> m_Points;        // resolved corners, copies; owned
     std::vector<std::unique_ptr<qk::CObject>> m_SubPlanes;  // unused

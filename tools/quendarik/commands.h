@@ -8,5 +8,7 @@ int RunHrtf(int argc, char **argv);
 int RunRender(int argc, char **argv);
 int RunPlay(int argc, char **argv);
 int RunBench(int argc, char **argv);
+int RunWorld(int argc, char **argv);
+int RunMaterials(int argc, char **argv);
 
 }  // namespace qkcli

@@ -14,7 +14,9 @@ void usage() {
         "  render  render a scene to a WAV file (quendarik render for its options)\n"
         "  play    play a scene live on the default device\n"
         "  bench   render with no device and tell the cost of each source\n"
-        "  hrtf    make HRTF sets from SOFA files and describe them (quendarik hrtf for more)\n");
+        "  hrtf    make HRTF sets from SOFA files and describe them (quendarik hrtf for more)\n"
+        "  world   describe a room (planes, materials, volume, RT60) or store it as .qkworld\n"
+        "  materials  list the rows of the materials table\n");
 }
 }  // namespace
 
@@ -38,6 +40,12 @@ int main(int argc, char **argv) {
     }
     if (command == "hrtf") {
         return qkcli::RunHrtf(argc - 2, argv + 2);
+    }
+    if (command == "world") {
+        return qkcli::RunWorld(argc - 2, argv + 2);
+    }
+    if (command == "materials") {
+        return qkcli::RunMaterials(argc - 2, argv + 2);
     }
     std::fprintf(stderr, "quendarik: unknown command '%s'\n", command.c_str());
     usage();

@@ -1,0 +1,42 @@
+// .qkworld archives from the fuzzer: loaded (which generates the world), stored again, and
+// the stored form loaded once more.
+#include <cstdint>
+#include <cstdlib>
+
+#include "platform/Archive.h"
+#include "platform/Report.h"
+#include "world/CDSC_World.h"
+
+namespace {
+int quiet(unsigned long, const char *, const char *, int) {
+    return qk::kAnswerNo;
+}
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    static qk::table::Code4 *code = [] {
+        qk::SetReportHandler(&quiet, 0);
+        auto *c = new qk::table::Code4;
+        qk::table::code4initLow(c);
+        return c;
+    }();
+    CDSC_World world;
+    world.m_pCode4 = code;
+    qk::CMemoryStream in(data, size);
+    qk::CArchive load(in, qk::CArchive::load);
+    world.Serialize(load);
+
+    qk::CMemoryStream out;
+    qk::CArchive store(out, qk::CArchive::store);
+    world.Serialize(store);
+    CDSC_World again;
+    again.m_pCode4 = code;
+    qk::CMemoryStream back(out.Bytes().data(), out.Bytes().size());
+    qk::CArchive reload(back, qk::CArchive::load);
+    again.Serialize(reload);
+    if (again.m_Scenes.size() != world.m_Scenes.size() ||
+        again.m_Constants.size() != world.m_Constants.size()) {
+        std::abort();  // what was stored must read back
+    }
+    return 0;
+}
