@@ -10,8 +10,8 @@
 #include <complex>
 #include <vector>
 
+#include "binaural/CFrequencyMix.h"
 #include "binaural/CSERVICE_PARTITIONED_HRTF.h"
-#include "binaural/CSpectrumMix.h"
 #include "platform/Vectorize.h"
 
 namespace {
@@ -54,7 +54,7 @@ void BM_PartitionedIntoMix(benchmark::State &state) {
     const std::vector<float> l = decaying(kTaps, 0.1f), r = decaying(kTaps, 0.7f);
     CSERVICE_PARTITIONED_HRTF conv;
     conv.SetResponse(l.data(), r.data(), kTaps, kBlock);
-    CSpectrumMix mix;
+    CFrequencyMix mix;
     mix.Begin(kBlock);
     std::vector<float> in = decaying(kBlock, 0.3f);
     for (auto _ : state) {

@@ -158,12 +158,12 @@ bool CHELPER_HRTF::ResponseSlots(float fAzimuth, float fElevation, int &iLeft, i
            Response(iRight) != nullptr;
 }
 
-std::shared_ptr<const CHRTFSpectra> CHELPER_HRTF::Spectra(int iPartition) const {
+std::shared_ptr<const CHRTFFilterBank> CHELPER_HRTF::Spectra(int iPartition) const {
     std::lock_guard<std::mutex> guard(m_spectraMutex);
     if (m_pSpectra == nullptr || m_pfSpectraOf != m_pfData.get() ||
         m_pSpectra->PartitionLength() != iPartition) {
         const int slots = m_iFileTaps > 0 ? DataLength() / m_iFileTaps : 0;
-        m_pSpectra = CHRTFSpectra::Make(m_pfData.get(), slots, m_iFileTaps, iPartition);
+        m_pSpectra = CHRTFFilterBank::Make(m_pfData.get(), slots, m_iFileTaps, iPartition);
         m_pfSpectraOf = m_pfData.get();
     }
     return m_pSpectra;

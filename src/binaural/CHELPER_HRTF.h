@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "binaural/CHRTFSpectra.h"
+#include "binaural/CHRTFFilterBank.h"
 #include "dsp/IppBuffer.h"
 #include "platform/Archive.h"
 #include "platform/Object.h"
@@ -112,7 +112,7 @@ class CHELPER_HRTF : public qk::CObject {
     // The spectra of all the set's responses for partitions of iPartition taps, made on the
     // first call for that length and kept while the set's samples stay; any thread. Null when
     // the set is empty or the table too large.
-    std::shared_ptr<const CHRTFSpectra> Spectra(int iPartition) const;
+    std::shared_ptr<const CHRTFFilterBank> Spectra(int iPartition) const;
 
     float m_fVersion = 1.0f;
     char m_szDescription[kDescriptionSize] = {};
@@ -132,8 +132,8 @@ class CHELPER_HRTF : public qk::CObject {
 
   private:
     mutable std::mutex m_spectraMutex;
-    mutable std::shared_ptr<const CHRTFSpectra> m_pSpectra;  // the table made last
-    mutable const float *m_pfSpectraOf = nullptr;            // the samples it was made of
+    mutable std::shared_ptr<const CHRTFFilterBank> m_pSpectra;  // the table made last
+    mutable const float *m_pfSpectraOf = nullptr;               // the samples it was made of
 
     // Forgets the spectra table; before the samples change.
     void DropSpectra();

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "binaural/CSpectrumMix.h"
+#include "binaural/CFrequencyMix.h"
 #include "platform/Vectorize.h"
 
 namespace {
@@ -173,7 +173,7 @@ int CSERVICE_PARTITIONED_HRTF::SetResponse(const float *pfLeft, const float *pfR
     return 0;
 }
 
-int CSERVICE_PARTITIONED_HRTF::SetResponseSpectra(std::shared_ptr<const CHRTFSpectra> table,
+int CSERVICE_PARTITIONED_HRTF::SetResponseSpectra(std::shared_ptr<const CHRTFFilterBank> table,
                                                   int iLeft, int iRight, int iBlockLength) {
     if (table == nullptr || iLeft < 0 || iRight < 0 || iLeft >= table->Slots() ||
         iRight >= table->Slots() || table->PartitionLength() != PartitionFor(iBlockLength) ||
@@ -249,7 +249,7 @@ void CSERVICE_PARTITIONED_HRTF::Accumulate(const Filter &filter, int iAge, float
     }
 }
 
-bool CSERVICE_PARTITIONED_HRTF::PushBlock(const float *pfIn, int n, const CSpectrumMix &mix) {
+bool CSERVICE_PARTITIONED_HRTF::PushBlock(const float *pfIn, int n, const CFrequencyMix &mix) {
     if (m_pFFTSpec == nullptr || n != m_iBlock || pfIn == nullptr ||
         m_filters[m_iCurrent].iPartitions == 0 || !mix.Active() || mix.BlockLength() != n ||
         mix.FFTLength() != m_iFFTLength) {
@@ -266,7 +266,7 @@ bool CSERVICE_PARTITIONED_HRTF::PushBlock(const float *pfIn, int n, const CSpect
     return true;
 }
 
-void CSERVICE_PARTITIONED_HRTF::AccumulateBlock(CSpectrumMix &mix, float fGain, int iFrom,
+void CSERVICE_PARTITIONED_HRTF::AccumulateBlock(CFrequencyMix &mix, float fGain, int iFrom,
                                                 int iTo) const {
     // Partition p of the block was pushed Q - 1 - p partitions before the newest.
     const int Q = m_iBlock / m_iPartition;
@@ -277,7 +277,7 @@ void CSERVICE_PARTITIONED_HRTF::AccumulateBlock(CSpectrumMix &mix, float fGain, 
     }
     const Filter &current = m_filters[m_iCurrent];
     const Filter &next = m_filters[1 - m_iCurrent];
-    using K = CSpectrumMix::Kind;
+    using K = CFrequencyMix::Kind;
     for (int p = 0; p < Q; ++p) {
         const int age = Q - 1 - p;
         if (m_bWaiting) {
@@ -299,14 +299,14 @@ void CSERVICE_PARTITIONED_HRTF::EndBlock() {
     }
 }
 
-int CSERVICE_PARTITIONED_HRTF::_processInto(const float *pfIn, int n, CSpectrumMix &mix,
+int CSERVICE_PARTITIONED_HRTF::_processInto(const float *pfIn, int n, CFrequencyMix &mix,
                                             float fGain) {
     if (m_pFFTSpec == nullptr || n != m_iBlock || pfIn == nullptr ||
         m_filters[m_iCurrent].iPartitions == 0 || !mix.Active() || mix.BlockLength() != n ||
         mix.FFTLength() != m_iFFTLength) {
         return -1;
     }
-    using K = CSpectrumMix::Kind;
+    using K = CFrequencyMix::Kind;
     if (m_bWaiting) {
         mix.MarkUsed(K::kFadingOut);
         mix.MarkUsed(K::kFadingIn);

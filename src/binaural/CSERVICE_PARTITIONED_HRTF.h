@@ -17,12 +17,12 @@
 #include <cstddef>
 #include <memory>
 
-#include "binaural/CHRTFSpectra.h"
+#include "binaural/CHRTFFilterBank.h"
 #include "binaural/CSERVICE.h"
 #include "dsp/IppBuffer.h"
 #include "dsp/ipps.h"
 
-class CSpectrumMix;
+class CFrequencyMix;
 
 class CSERVICE_PARTITIONED_HRTF : public CSERVICE {
   public:
@@ -44,7 +44,7 @@ class CSERVICE_PARTITIONED_HRTF : public CSERVICE {
     // The same with a response pair whose spectra a table already holds (slots iLeft and
     // iRight of an HRTF set's table): no transform, no allocation. -1 (nothing changed) when
     // the table's partitions or transform don't fit this block length.
-    int SetResponseSpectra(std::shared_ptr<const CHRTFSpectra> table, int iLeft, int iRight,
+    int SetResponseSpectra(std::shared_ptr<const CHRTFFilterBank> table, int iLeft, int iRight,
                            int iBlockLength);
     // Convolves n input samples (n must be the block length given) and writes n left, then n
     // right samples to pfOut. Returns 0, or -1 with a silent block when no filter is in use
@@ -54,15 +54,15 @@ class CSERVICE_PARTITIONED_HRTF : public CSERVICE {
     // listener to transform back once for all its sources (a cross-fade goes to the mix's
     // fading sums). -1, with nothing added or advanced, when no filter is in use, n isn't the
     // block length, or the mix isn't begun for this block length. Allocates nothing.
-    int _processInto(const float *pfIn, int n, CSpectrumMix &mix, float fGain);
+    int _processInto(const float *pfIn, int n, CFrequencyMix &mix, float fGain);
     // The same in three steps, so that the middle one can be shared out among threads by
     // ranges of the spectrum: PushBlock takes the block's input into the delay line (false,
     // with nothing done, where _processInto would give -1); AccumulateBlock adds the floats
     // iFrom .. iTo of every partition's sums (it reads only this convolver and writes only
     // those floats of the mix); EndBlock ends a cross-fade. Fading() tells which sums the
     // block adds to: the fading ones when true, the steady ones otherwise.
-    bool PushBlock(const float *pfIn, int n, const CSpectrumMix &mix);
-    void AccumulateBlock(CSpectrumMix &mix, float fGain, int iFrom, int iTo) const;
+    bool PushBlock(const float *pfIn, int n, const CFrequencyMix &mix);
+    void AccumulateBlock(CFrequencyMix &mix, float fGain, int iFrom, int iTo) const;
     void EndBlock();
     bool Fading() const { return m_bWaiting; }
     // Drops everything. Returns 0.
@@ -90,7 +90,7 @@ class CSERVICE_PARTITIONED_HRTF : public CSERVICE {
         int iPartitions = 0;
         CIppBuffer ownLeft;  // made from a response by MakeFilter
         CIppBuffer ownRight;
-        std::shared_ptr<const CHRTFSpectra> table;  // kept while its spectra are in use
+        std::shared_ptr<const CHRTFFilterBank> table;  // kept while its spectra are in use
     };
 
     bool Setup(int iBlockLength);

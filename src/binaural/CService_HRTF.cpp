@@ -176,7 +176,7 @@ int CService_HRTF::_process(float *pfIn, int n, int) {
     return 0;
 }
 
-int CService_HRTF::PrepareIntoMix(float *pfIn, int n, const CSpectrumMix &mix) {
+int CService_HRTF::PrepareIntoMix(float *pfIn, int n, const CFrequencyMix &mix) {
     if (m_pHelper == nullptr || pfIn == nullptr || n < 1 || m_sMethod != kPartitioned) {
         return -1;
     }
@@ -209,16 +209,16 @@ void CService_HRTF::TakeWaitingResponse(int n) {
     m_Partitioned.SetResponse(m_pfLeft, m_pfRight, m_iLength, n);
 }
 
-void CService_HRTF::MarkIntoMix(CSpectrumMix &mix) const {
+void CService_HRTF::MarkIntoMix(CFrequencyMix &mix) const {
     if (m_Partitioned.Fading()) {
-        mix.MarkUsed(CSpectrumMix::kFadingOut);
-        mix.MarkUsed(CSpectrumMix::kFadingIn);
+        mix.MarkUsed(CFrequencyMix::kFadingOut);
+        mix.MarkUsed(CFrequencyMix::kFadingIn);
     } else {
-        mix.MarkUsed(CSpectrumMix::kSteady);
+        mix.MarkUsed(CFrequencyMix::kSteady);
     }
 }
 
-int CService_HRTF::ProcessIntoMix(float *pfIn, int n, CSpectrumMix &mix, float fGain) {
+int CService_HRTF::ProcessIntoMix(float *pfIn, int n, CFrequencyMix &mix, float fGain) {
     if (m_pHelper == nullptr || pfIn == nullptr || n < 1 || m_sMethod != kPartitioned) {
         return -1;
     }

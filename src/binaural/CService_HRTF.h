@@ -12,10 +12,10 @@
 #include <istream>
 #include <string>
 
+#include "binaural/CFrequencyMix.h"
 #include "binaural/CSERVICE.h"
 #include "binaural/CSERVICE_OVERLAP_HRTF.h"
 #include "binaural/CSERVICE_PARTITIONED_HRTF.h"
-#include "binaural/CSpectrumMix.h"
 #include "dsp/ipps.h"
 
 class CHELPER_HRTF;
@@ -55,14 +55,14 @@ class CService_HRTF : public CSERVICE {
     // The "PARTITIONED" method's block added, times fGain, into a listener's spectrum sums
     // instead of m_pfData. -1, with nothing added, for another method, without a set, or when
     // the mix can't take it; the caller then renders with _process.
-    int ProcessIntoMix(float *pfIn, int n, CSpectrumMix &mix, float fGain);
+    int ProcessIntoMix(float *pfIn, int n, CFrequencyMix &mix, float fGain);
     // The same in steps, for the engine's workers: PrepareIntoMix takes a waiting response and
     // the block's input (-1 as ProcessIntoMix, with nothing added); MarkIntoMix says which
     // sums it adds to (on one thread); AccumulateIntoMix adds the floats iFrom .. iTo of them
     // (several threads, distinct ranges); EndIntoMix ends the block.
-    int PrepareIntoMix(float *pfIn, int n, const CSpectrumMix &mix);
-    void MarkIntoMix(CSpectrumMix &mix) const;
-    void AccumulateIntoMix(CSpectrumMix &mix, float fGain, int iFrom, int iTo) const {
+    int PrepareIntoMix(float *pfIn, int n, const CFrequencyMix &mix);
+    void MarkIntoMix(CFrequencyMix &mix) const;
+    void AccumulateIntoMix(CFrequencyMix &mix, float fGain, int iFrom, int iTo) const {
         m_Partitioned.AccumulateBlock(mix, fGain, iFrom, iTo);
     }
     void EndIntoMix() { m_Partitioned.EndBlock(); }

@@ -3,7 +3,7 @@
 // m_iMoved at the end of the block.
 #pragma once
 
-#include "binaural/CSpectrumMix.h"
+#include "binaural/CFrequencyMix.h"
 #include "render/CQUENDARIC_Object.h"
 
 class CVRClient;
@@ -20,5 +20,5 @@ class CQUENDARIC_Object_Sink : public CQUENDARIC_Object {
     CVRClient *m_pClient = nullptr;  // the listener's entry in the world; owned by the world
     // The block in the frequency domain, for the sources that convolve partitioned: begun and
     // finished by the engine around the sources of a block.
-    CSpectrumMix m_Mix;
+    CFrequencyMix m_Mix;
 };

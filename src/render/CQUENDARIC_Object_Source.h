@@ -74,8 +74,8 @@ class CQUENDARIC_Object_Source : public CQUENDARIC_Object {
     virtual bool RendersInPhases() const { return false; }
     virtual int PrepareBlock(int n, int iRate) { return 0; }
     // Says which of the listener's sums the block adds to; on the engine thread.
-    virtual void MarkSpectrum(CSpectrumMix &mix) const {}
-    virtual void AccumulateSpectrum(CSpectrumMix &mix, int iFrom, int iTo) const {}
+    virtual void MarkSpectrum(CFrequencyMix &mix) const {}
+    virtual void AccumulateSpectrum(CFrequencyMix &mix, int iFrom, int iTo) const {}
     virtual void FinishBlock(int n) {}
 
     virtual void ReInitializeMonauralImpulseResponse();

@@ -114,13 +114,13 @@ int CQUENDARIC_Object_Source_Sound::PrepareBlock(int n, int iRate) {
     return m_bPrepared ? 0 : -1;
 }
 
-void CQUENDARIC_Object_Source_Sound::MarkSpectrum(CSpectrumMix &mix) const {
+void CQUENDARIC_Object_Source_Sound::MarkSpectrum(CFrequencyMix &mix) const {
     if (m_bPrepared && m_bMixedInSpectrum && m_bPhased) {
         m_HRTF.MarkIntoMix(mix);
     }
 }
 
-void CQUENDARIC_Object_Source_Sound::AccumulateSpectrum(CSpectrumMix &mix, int iFrom,
+void CQUENDARIC_Object_Source_Sound::AccumulateSpectrum(CFrequencyMix &mix, int iFrom,
                                                         int iTo) const {
     if (m_bPrepared && m_bMixedInSpectrum && m_bPhased) {
         m_HRTF.AccumulateIntoMix(mix, m_fSpectrumGain, iFrom, iTo);
@@ -337,7 +337,7 @@ void CQUENDARIC_Object_Source_Sound::Render(int n, int iRate, int iSelector, flo
     if (m_pParameters->m_iSplitBands == 0) {
         // Into the listener's spectrum sums when it mixes in the frequency domain: no inverse
         // transform, no copy and no mix of this object's own.
-        CSpectrumMix &mix = m_pSink->m_Mix;
+        CFrequencyMix &mix = m_pSink->m_Mix;
         m_fSpectrumGain = fGain;
         m_bMixedInSpectrum =
             mix.Active() && (m_bPhased ? m_HRTF.PrepareIntoMix(m_pfMono, n, mix)

@@ -37,8 +37,8 @@ class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
     // _process in phases, for the engine's workers (see the base).
     bool RendersInPhases() const override { return true; }
     int PrepareBlock(int n, int iRate) override;
-    void MarkSpectrum(CSpectrumMix &mix) const override;
-    void AccumulateSpectrum(CSpectrumMix &mix, int iFrom, int iTo) const override;
+    void MarkSpectrum(CFrequencyMix &mix) const override;
+    void AccumulateSpectrum(CFrequencyMix &mix, int iFrom, int iTo) const override;
     void FinishBlock(int n) override;
     // Ends the format; nothing when not initialised.
     void Terminate() override;

@@ -252,7 +252,7 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     // in list order (this thread). The sums are thus formed in the same order whatever the
     // thread count, and so is the output.
     void RenderObjectsInPhases(CQUENDARIC_Object_Sink &listener, int n, int iRate,
-                               bool bSpectrumMix);
+                               bool bFrequencyMix);
     // The worker pool for the thread count in force; made again when the count changes.
     qk::CWorkerPool &Workers();
     // Ends the one-block change pulses.

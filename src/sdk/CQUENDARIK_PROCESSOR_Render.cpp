@@ -86,7 +86,7 @@ float *CQUENDARIK_PROCESSOR::RenderObjects(CQUENDARIC_Object_Sink &listener, int
     }
     // Sources that convolve partitioned add their spectra to the listener's sums, which are
     // transformed back once for all of them.
-    const bool bSpectrumMix = m_Parameters.m_iConvolution == 1 && listener.m_Mix.Begin(n);
+    const bool bFrequencyMix = m_Parameters.m_iConvolution == 1 && listener.m_Mix.Begin(n);
     if (Workers().Threads() > 1) {
         for (auto &object : m_list3DSources) {
             if (object->m_iEnable != 0) {
@@ -94,7 +94,7 @@ float *CQUENDARIK_PROCESSOR::RenderObjects(CQUENDARIC_Object_Sink &listener, int
                 object->m_iRecalculate = recalculate;
             }
         }
-        RenderObjectsInPhases(listener, n, iRate, bSpectrumMix);
+        RenderObjectsInPhases(listener, n, iRate, bFrequencyMix);
     } else {
         for (auto &object : m_list3DSources) {
             if (object->m_iEnable == 0) {
@@ -105,7 +105,7 @@ float *CQUENDARIK_PROCESSOR::RenderObjects(CQUENDARIC_Object_Sink &listener, int
             object->_process(n, iRate);  // adds itself to the listener's block
         }
     }
-    if (bSpectrumMix) {
+    if (bFrequencyMix) {
         listener.m_Mix.Finish(listener.m_pfData.get());
     }
     return listener.m_pfData.get();
@@ -123,7 +123,7 @@ qk::CWorkerPool &CQUENDARIK_PROCESSOR::Workers() {
 namespace {
 struct PhaseWork {
     std::vector<CQUENDARIC_Object_Source *> *objects;
-    CSpectrumMix *mix;
+    CFrequencyMix *mix;
     int n;
     int iRate;
     int iRange;  // floats of the spectrum a range holds; even
@@ -148,7 +148,7 @@ void accumulateRange(void *context, int j) {
 }  // namespace
 
 void CQUENDARIK_PROCESSOR::RenderObjectsInPhases(CQUENDARIC_Object_Sink &listener, int n, int iRate,
-                                                 bool bSpectrumMix) {
+                                                 bool bFrequencyMix) {
     m_blockObjects.clear();
     for (auto &object : m_list3DSources) {
         if (object->m_iEnable != 0) {
@@ -164,7 +164,7 @@ void CQUENDARIK_PROCESSOR::RenderObjectsInPhases(CQUENDARIC_Object_Sink &listene
     qk::CWorkerPool &workers = Workers();
     PhaseWork work{&m_blockObjects, &listener.m_Mix, n, iRate, 0};
     workers.Run(static_cast<int>(m_blockObjects.size()), &prepareObject, &work);
-    if (bSpectrumMix) {
+    if (bFrequencyMix) {
         for (CQUENDARIC_Object_Source *object : m_blockObjects) {
             object->MarkSpectrum(listener.m_Mix);
         }

@@ -1,4 +1,4 @@
-#include "binaural/CHRTFSpectra.h"
+#include "binaural/CHRTFFilterBank.h"
 
 #include <algorithm>
 
@@ -9,8 +9,8 @@ namespace {
 constexpr long long kMaxFloats = 64LL << 20;
 }  // namespace
 
-std::shared_ptr<const CHRTFSpectra> CHRTFSpectra::Make(const float *pfData, int iSlots, int iTaps,
-                                                       int iPartition) {
+std::shared_ptr<const CHRTFFilterBank> CHRTFFilterBank::Make(const float *pfData, int iSlots,
+                                                             int iTaps, int iPartition) {
     const int order = CSERVICE_PARTITIONED_HRTF::OrderFor(iPartition);
     if (pfData == nullptr || iSlots < 1 || iTaps < 1 || iPartition < 1 || order < 0) {
         return nullptr;
@@ -25,7 +25,7 @@ std::shared_ptr<const CHRTFSpectra> CHRTFSpectra::Make(const float *pfData, int 
     if (ippsFFTInitAlloc_R_32f(&spec, order, IPP_FFT_DIV_INV_BY_N, ippAlgHintFast) != ippStsNoErr) {
         return nullptr;
     }
-    std::shared_ptr<CHRTFSpectra> table(new CHRTFSpectra());
+    std::shared_ptr<CHRTFFilterBank> table(new CHRTFFilterBank());
     table->m_data.Allocate(static_cast<int>(floats));
     table->m_iPartition = iPartition;
     table->m_iPartitions = partitions;

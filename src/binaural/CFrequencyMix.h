@@ -13,14 +13,14 @@
 #include "dsp/IppBuffer.h"
 #include "dsp/ipps.h"
 
-class CSpectrumMix {
+class CFrequencyMix {
   public:
     enum Kind { kSteady = 0, kFadingOut = 1, kFadingIn = 2 };
 
-    CSpectrumMix() = default;
-    ~CSpectrumMix();
-    CSpectrumMix(const CSpectrumMix &) = delete;
-    CSpectrumMix &operator=(const CSpectrumMix &) = delete;
+    CFrequencyMix() = default;
+    ~CFrequencyMix();
+    CFrequencyMix(const CFrequencyMix &) = delete;
+    CFrequencyMix &operator=(const CFrequencyMix &) = delete;
 
     // Starts a block of n frames: partitions and transform as the partitioned convolver
     // makes them for that block length. Allocates when the block length changes, never in

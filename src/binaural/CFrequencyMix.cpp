@@ -1,4 +1,4 @@
-#include "binaural/CSpectrumMix.h"
+#include "binaural/CFrequencyMix.h"
 
 #include <cstring>
 
@@ -10,9 +10,9 @@ namespace {
 // sample i of the block, as the convolver's own cross-fade.
 QK_VECTORIZE_WIDE void addFaded(const float *__restrict t, float *__restrict out, int at, int count,
                                 int n, int kind) {
-    if (kind == CSpectrumMix::kSteady || n < 2) {
+    if (kind == CFrequencyMix::kSteady || n < 2) {
         // A block of one sample has no ramp: the new filter alone sounds.
-        if (kind == CSpectrumMix::kFadingOut && n < 2) {
+        if (kind == CFrequencyMix::kFadingOut && n < 2) {
             return;
         }
         for (int i = 0; i < count; ++i) {
@@ -23,16 +23,16 @@ QK_VECTORIZE_WIDE void addFaded(const float *__restrict t, float *__restrict out
     const double step = 1.0 / (n - 1);
     for (int i = 0; i < count; ++i) {
         const float r = static_cast<float>(step * (at + i));
-        out[i] += t[i] * (kind == CSpectrumMix::kFadingIn ? r : 1.0f - r);
+        out[i] += t[i] * (kind == CFrequencyMix::kFadingIn ? r : 1.0f - r);
     }
 }
 }  // namespace
 
-CSpectrumMix::~CSpectrumMix() {
+CFrequencyMix::~CFrequencyMix() {
     ippsFFTFree_R_32f(m_pFFTSpec);
 }
 
-void CSpectrumMix::Reset() {
+void CFrequencyMix::Reset() {
     ippsFFTFree_R_32f(m_pFFTSpec);
     m_pFFTSpec = nullptr;
     m_iBlock = m_iPartition = m_iPartitions = m_iFFTLength = 0;
@@ -44,7 +44,7 @@ void CSpectrumMix::Reset() {
     m_bActive = false;
 }
 
-bool CSpectrumMix::Begin(int n) {
+bool CFrequencyMix::Begin(int n) {
     if (n < 1) {
         return false;
     }
@@ -70,14 +70,14 @@ bool CSpectrumMix::Begin(int n) {
     return true;
 }
 
-float *CSpectrumMix::Sum(Kind kind, int iEar, int iPartition) {
+float *CFrequencyMix::Sum(Kind kind, int iEar, int iPartition) {
     if (!m_bActive || iPartition < 0 || iPartition >= m_iPartitions || iEar < 0 || iEar > 1) {
         return nullptr;
     }
     return m_sums[kind] + (iEar * m_iPartitions + iPartition) * Floats();
 }
 
-void CSpectrumMix::Abandon() {
+void CFrequencyMix::Abandon() {
     for (int kind = 0; kind < 3; ++kind) {
         if (m_used[kind]) {
             ippsZero_32f(m_sums[kind], 2 * m_iPartitions * Floats());
@@ -87,7 +87,7 @@ void CSpectrumMix::Abandon() {
     m_bActive = false;
 }
 
-void CSpectrumMix::Finish(float *pfBlock) {
+void CFrequencyMix::Finish(float *pfBlock) {
     if (!m_bActive) {
         return;
     }

@@ -1,4 +1,4 @@
-#include "binaural/CSpectrumMix.h"
+#include "binaural/CFrequencyMix.h"
 
 #include <gtest/gtest.h>
 
@@ -34,13 +34,13 @@ struct Source {
 
 // The listener's one inverse per ear gives the sum of the sources' own outputs, block after
 // block, while sources fade to new responses, are disabled, come and go.
-TEST(CSpectrumMix, EqualsTheSumOfEachSourcesOwnOutput) {
+TEST(CFrequencyMix, EqualsTheSumOfEachSourcesOwnOutput) {
     for (int block : {64, 512, 2048}) {
         SCOPED_TRACE(block);
         std::vector<std::unique_ptr<Source>> sources;
         sources.push_back(std::make_unique<Source>(300, block, 1, 1.0f));
         sources.push_back(std::make_unique<Source>(3 * block + 7, block, 2, 0.25f));
-        CSpectrumMix mix;
+        CFrequencyMix mix;
         std::vector<float> own(2 * static_cast<size_t>(block));
         double diff = 0.0, ref = 0.0;
         for (int b = 0; b < 12; ++b) {
@@ -79,12 +79,12 @@ TEST(CSpectrumMix, EqualsTheSumOfEachSourcesOwnOutput) {
 }
 
 // A mix begun for one block length takes no source of another; an unbegun mix adds nothing.
-TEST(CSpectrumMix, RefusesWhatDoesNotFit) {
+TEST(CFrequencyMix, RefusesWhatDoesNotFit) {
     CSERVICE_PARTITIONED_HRTF conv;
     const std::vector<float> h = qktest::Noise(100, 9);
     ASSERT_EQ(conv.SetResponse(h.data(), h.data(), 100, 256), 0);
     std::vector<float> in(256, 1.0f), block(512, 0.0f);
-    CSpectrumMix mix;
+    CFrequencyMix mix;
     EXPECT_EQ(conv._processInto(in.data(), 256, mix, 1.0f), -1);
     ASSERT_TRUE(mix.Begin(128));
     EXPECT_EQ(conv._processInto(in.data(), 256, mix, 1.0f), -1);

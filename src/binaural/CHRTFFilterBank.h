@@ -7,13 +7,13 @@
 
 #include "dsp/IppBuffer.h"
 
-class CHRTFSpectra {
+class CHRTFFilterBank {
   public:
     // The spectra of iSlots responses of iTaps samples each (slot s at pfData + s * iTaps),
     // in partitions of iPartition taps and transforms of the next power of two at or above
     // 2 * iPartition, in the transform layer's CCS layout. Null when it can't be made.
-    static std::shared_ptr<const CHRTFSpectra> Make(const float *pfData, int iSlots, int iTaps,
-                                                    int iPartition);
+    static std::shared_ptr<const CHRTFFilterBank> Make(const float *pfData, int iSlots, int iTaps,
+                                                       int iPartition);
 
     int PartitionLength() const { return m_iPartition; }
     int Partitions() const { return m_iPartitions; }  // of one response
@@ -26,7 +26,7 @@ class CHRTFSpectra {
     }
 
   private:
-    CHRTFSpectra() = default;
+    CHRTFFilterBank() = default;
 
     CIppBuffer m_data;
     int m_iPartition = 0;
