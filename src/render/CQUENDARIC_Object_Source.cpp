@@ -4,6 +4,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "field/CSFM.h"
 #include "platform/Archive.h"
 #include "render/BlockMath.h"
 #include "sdk/CQUENDARIC_PARAMETERS.h"
@@ -70,52 +71,25 @@ void CQUENDARIC_Object_Source::SetDescription(const std::string &strDescription)
 
 // --- Geometry
 
+// The geometry is the sound field models', so that a source and its room agree on angles.
 int CQUENDARIC_Object_Source::_GetAzimuth(C3Point a, C3Point b) {
-    const float dx = b.x - a.x;
-    const float dy = b.y - a.y;
-    const C3Point d(dx, dy, b.z - a.z, 0);
-    // phi is the one-argument arctangent, -90..90; the quadrant comes from the signs.
-    int v = truncDegrees(d.phi);
-    if (dx >= 0.0f && dy >= 0.0f) {
-        v += 270;
-        if (v == 360) {
-            v = 0;
-        }
-    } else if (dx < 0.0f) {
-        v += 90;
-    } else {
-        v += 270;  // dx >= 0 and dy < 0: no wrap is needed, phi is negative here
-    }
-    return v;
+    return CSFM::_GetAzimuth(a, b);
 }
 
 int CQUENDARIC_Object_Source::_GetElevation(C3Point a, C3Point b) {
-    // From b to a, the reverse of the azimuth: a point above a gives a positive result.
-    const C3Point d(a.x - b.x, a.y - b.y, a.z - b.z, 0);
-    return truncDegrees(d.theta) - 90;
+    return CSFM::_GetElevation(a, b);
 }
 
-float CQUENDARIC_Object_Source::GetAzimuth(C3Point S, C3Point L, C3Point P, C3Point) {
-    int a = _GetAzimuth(S, P) - _GetAzimuth(S, L);
-    if (a < 0) {
-        a += 360;
-    }
-    return static_cast<float>(a);
+float CQUENDARIC_Object_Source::GetAzimuth(C3Point S, C3Point L, C3Point P, C3Point Q) {
+    return CSFM::GetAzimuth(S, L, P, Q);
 }
 
-float CQUENDARIC_Object_Source::GetElevation(C3Point S, C3Point L, C3Point P, C3Point) {
-    int e = _GetElevation(S, P) - _GetElevation(S, L);
-    // Folds a difference beyond the pole back by its remainder; 180 and -180 stay as they
-    // are, which the data sets clamp to the poles.
-    if (e > 90 || e < -90) {
-        e = e - 2 * (e % 90);
-    }
-    return static_cast<float>(e);
+float CQUENDARIC_Object_Source::GetElevation(C3Point S, C3Point L, C3Point P, C3Point Q) {
+    return CSFM::GetElevation(S, L, P, Q);
 }
 
 float CQUENDARIC_Object_Source::GetDistance(C3Point a, C3Point b) {
-    const C3Point d(b.x - a.x, b.y - a.y, b.z - a.z, 0);
-    return d.Length();
+    return CSFM::GetDistance(a, b);
 }
 
 void CQUENDARIC_Object_Source::Recalculate() {
