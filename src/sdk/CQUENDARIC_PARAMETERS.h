@@ -12,6 +12,8 @@
 #include <vector>
 
 #include "binaural/CHELPER_HRTF.h"
+#include "field/CSFM_ISM_ORMS.h"
+#include "field/CSFM_RT.h"
 #include "platform/Object.h"
 #include "platform/Relaxed.h"
 #include "world/CDSC_World.h"
@@ -131,6 +133,13 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
     qk::table::Code4 m_Code4;
 
     qk::Relaxed<int> m_iSharedSFM = 1;
+    // The room model of the virtual sources, one image model per source inside, and the
+    // ray-tracing model kept beside it (made and deleted, never consulted). Both on m_World.
+    std::unique_ptr<CSFM_ISM_ORMS> m_pSFM_ORMS;
+    std::unique_ptr<CSFM_RT> m_pSFM_RT;
+    // Where each rebuilt response is drawn as an SVG while "GRAPH_BIR" is set; empty: the
+    // working folder. Under m_csStrings.
+    std::string m_strGraphFolder;
     std::string m_strHRTFRequest;
     std::string m_strHRTFRequest_CTC;
     qk::Relaxed<int> m_iWorldChanged = 1;  // one-block change flags
