@@ -81,10 +81,22 @@ void CSFM_ISM_ORMS::RemoveModel(int iSourceIndex) {
 }
 
 const CSFM_ISM *CSFM_ISM_ORMS::Model(int iSourceIndex) const {
+    std::lock_guard<std::mutex> guard(m_csModels);
     for (const auto &model : m_Models) {
         if (model->m_iSourceIndex == iSourceIndex) {
             return model.get();
         }
     }
     return nullptr;
+}
+
+void CSFM_ISM_ORMS::EarlyDelays(int iSourceIndex, float *pfDelays) const {
+    std::lock_guard<std::mutex> guard(m_csModels);
+    std::fill(pfDelays, pfDelays + 6, 0.0f);
+    for (const auto &model : m_Models) {
+        if (model->m_iSourceIndex == iSourceIndex) {
+            std::copy(model->m_afEarlyDelays, model->m_afEarlyDelays + 6, pfDelays);
+            return;
+        }
+    }
 }

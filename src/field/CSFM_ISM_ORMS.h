@@ -38,6 +38,8 @@ class CSFM_ISM_ORMS : public CSFM_ISM {
     // The model of a source, or null; for the source's late part and for reports.
     const CSFM_ISM *Model(int iSourceIndex) const;
     size_t ModelCount() const { return m_Models.size(); }
+    // The six early delays (s) of a source's model, zeros when it has none; any thread.
+    void EarlyDelays(int iSourceIndex, float *pfDelays) const;
 
     int m_iORMS = 0;        // 1: shared mode; copied from the settings before each call
     int m_iInfo = 0;        // 1: report timings; copied from the settings before each call
@@ -45,5 +47,5 @@ class CSFM_ISM_ORMS : public CSFM_ISM {
     std::vector<std::unique_ptr<CSFM_ISM>> m_Models;  // in order of first request
 
   private:
-    std::mutex m_csModels;
+    mutable std::mutex m_csModels;
 };

@@ -96,6 +96,7 @@ void CQUENDARIC_Object_Source_Sound::Terminate() {
     }
     m_pfMono.Reset();
     m_HRTF._quit();
+    Terminate_LatePart(&m_ReverbL, &m_ReverbR);
     FreeFilters();
     m_pfScratch1.Reset();
     m_pfScratch2.Reset();
@@ -325,7 +326,14 @@ void CQUENDARIC_Object_Source_Sound::RebuildResponse(int iRate) {
             ReInitializeBinauralImpulseResponse();
         }
     } else {
+        if (iSFM == 3 && p.m_iOneReverb == 0 && m_pSink != nullptr && p.m_iHoldIRs == 0) {
+            EarlyPartOnly();  // the late part is tuned from this source's images
+        }
         ReInitializeHRTF(iRate);
+    }
+    if ((iSFM == 2 || iSFM == 3) && p.m_iOneReverb == 0) {
+        Terminate_LatePart(&m_ReverbL, &m_ReverbR);
+        Initialize_LatePart(m_iBlock, m_iRate, &m_ReverbL, &m_ReverbR);
     }
     m_fMotionBase = m_fAzimuth;
     if (p.m_iGraphBIR == 1) {
@@ -366,6 +374,72 @@ void CQUENDARIC_Object_Source_Sound::DrawGraph(int iRate) {
     }
 }
 
+// The room model's echogram and early delays for this source, without a binaural response:
+// what the late part of model 3 is tuned from.
+void CQUENDARIC_Object_Source_Sound::EarlyPartOnly() {
+    CSFM *pModel = RoomModel();
+    if (pModel == nullptr) {
+        return;
+    }
+    const CQUENDARIC_PARAMETERS &p = *m_pParameters;
+    float *pfLeft = nullptr;
+    float *pfRight = nullptr;
+    int iLength = 0;
+    float fPeakL = 0.0f;
+    float fPeakR = 0.0f;
+    pModel->GetBinauralImpulseResponse(
+        nullptr, m_pfMonoIR, m_iMonoIRLength, pfLeft, pfRight, iLength, m_position, m_lookAt,
+        m_pSink->m_position, m_pSink->m_lookAt, "", p.m_iSpecularOrder, p.m_fTemperature, m_iRate,
+        fPeakL, fPeakR, p.m_iMaterialChanged, m_iRecalculate, p.m_iMaterialCoeffs, m_iID);
+}
+
+float CQUENDARIC_Object_Source_Sound::Initialize_LatePart(int, int iRate,
+                                                          CQUENDARIC_Service_Reverb *pLeft,
+                                                          CQUENDARIC_Service_Reverb *pRight) {
+    CSFM *pModel = RoomModel();
+    if (pModel == nullptr || pLeft == nullptr || pRight == nullptr || m_pParameters == nullptr) {
+        return 0.0f;
+    }
+    SLateField field;
+    field.fRT60 = pModel->GetRT60();
+    field.fOnset = static_cast<float>(m_iMonoIRLength);
+    m_pParameters->m_pSFM_ORMS->EarlyDelays(m_iID, field.afEarlyDelays);
+    // Without a reverberation time (no room) the pair stays empty and adds nothing.
+    if (!(field.fRT60 > 0.0f)) {
+        return 0.0f;
+    }
+    return CLatePart::Initialize(field, iRate, *pLeft, *pRight);
+}
+
+void CQUENDARIC_Object_Source_Sound::GetSamples_LatePart(float *pfIn, float *pfOut, int n,
+                                                         CQUENDARIC_Service_Reverb *pLeft,
+                                                         CQUENDARIC_Service_Reverb *pRight,
+                                                         int iRate) {
+    CQUENDARIC_PARAMETERS &p = *m_pParameters;
+    const float fDry = p.m_fReverbDryLevel;
+    p.m_fReverbWetLevel = 1.0f - fDry;
+    if (pLeft == nullptr) {
+        return;
+    }
+    if (pRight == nullptr) {
+        CLatePart::ProcessChannel(pfIn, pfOut, n, fDry, *pLeft, m_pfLateScratch);
+        return;
+    }
+    // The binaural road: each ear's early signal feeds that ear's reverb.
+    if (m_HRTF._process(pfIn, n, iRate) != 0 || m_HRTF.m_pfData == nullptr) {
+        zeroFloats(pfOut, 2 * n);
+        return;
+    }
+    CLatePart::Process(m_HRTF.m_pfData, pfOut, n, fDry, *pLeft, *pRight, m_pfLateScratch);
+}
+
+void CQUENDARIC_Object_Source_Sound::Terminate_LatePart(CQUENDARIC_Service_Reverb *pLeft,
+                                                        CQUENDARIC_Service_Reverb *pRight) {
+    if (pLeft != nullptr && pRight != nullptr) {
+        CLatePart::Terminate(*pLeft, *pRight);
+    }
+}
+
 void CQUENDARIC_Object_Source_Sound::Convolve(float *pfIn, int n, int iRate, float fGain) {
     if (m_HRTF._process(pfIn, n, iRate) != 0 || m_HRTF.m_pfData == nullptr) {
         zeroFloats(m_pfData, 2 * n);
@@ -381,6 +455,24 @@ void CQUENDARIC_Object_Source_Sound::Convolve(float *pfIn, int n, int iRate, flo
 // With split bands only the sound's high band passes the HRTF; its low band reaches both ears
 // unchanged. A sound that has no bands for the selector renders its mono signal whole.
 void CQUENDARIC_Object_Source_Sound::Render(int n, int iRate, int iSelector, float fGain) {
+    const CQUENDARIC_PARAMETERS &p = *m_pParameters;
+    if (p.m_iOneReverb == 0 && p.m_iSFM == 2) {
+        // The room's early response with this source's late part mixed in by the dry level.
+        GetSamples_LatePart(m_pfMono, m_pfData, n, &m_ReverbL, &m_ReverbR, iRate);
+        return;
+    }
+    if (p.m_iOneReverb == 0 && p.m_iSFM == 3) {
+        // One HRTF for the direction, then each ear's reverb: the reverb's output alone.
+        Convolve(m_pfMono, n, iRate, 1.0f);
+        if (m_pfLateScratch.size() < n) {
+            m_pfLateScratch.AllocateZeroed(2 * n);
+        }
+        m_ReverbL.Process(m_pfData, m_pfLateScratch, n);
+        copyFloats(m_pfLateScratch, m_pfData, n);
+        m_ReverbR.Process(m_pfData + n, m_pfLateScratch, n);
+        copyFloats(m_pfLateScratch, m_pfData + n, n);
+        return;
+    }
     if (m_pParameters->m_iSplitBands == 0) {
         // Into the listener's spectrum sums when it mixes in the frequency domain: no inverse
         // transform, no copy and no mix of this object's own.

@@ -11,6 +11,7 @@
 
 #include <string>
 
+#include "dsp/CLatePart.h"
 #include "render/CQUENDARIC_Object_Source.h"
 
 class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
@@ -44,7 +45,21 @@ class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
     void Terminate() override;
     virtual int ResetInternalBuffers() { return 0; }
 
-    CIppBuffer m_pfMono;             // the block's mono signal
+    // The late part of models 2 and 3 (without "ONEREVERB"): a reverb for each ear, tuned
+    // from the room's reverberation time and the delays of this source's first six images.
+    // Initialize_LatePart returns the time, s; GetSamples_LatePart renders the early
+    // binaural block and mixes each ear's reverb into it by the dry level (with right null:
+    // one channel through the left reverb, mixed alike).
+    float Initialize_LatePart(int iBlock, int iRate, CQUENDARIC_Service_Reverb *pLeft,
+                              CQUENDARIC_Service_Reverb *pRight);
+    void GetSamples_LatePart(float *pfIn, float *pfOut, int n, CQUENDARIC_Service_Reverb *pLeft,
+                             CQUENDARIC_Service_Reverb *pRight, int iRate);
+    void Terminate_LatePart(CQUENDARIC_Service_Reverb *pLeft, CQUENDARIC_Service_Reverb *pRight);
+
+    CIppBuffer m_pfMono;                  // the block's mono signal
+    CQUENDARIC_Service_Reverb m_ReverbL;  // the late part
+    CQUENDARIC_Service_Reverb m_ReverbR;
+    CIppBuffer m_pfLateScratch;      // the reverbs' output, 2n floats
     int m_iMotionCounter = 0;        // blocks since the head-motion wobble started
     float m_fMotionBase = 0.0f;      // azimuth the wobble swings around
     float m_fMotionAzimuth = -1.0f;  // last wobbled azimuth
@@ -68,6 +83,7 @@ class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
     bool FollowMoves(int iRate);
     void RebuildResponse(int iRate);
     void DrawGraph(int iRate);
+    void EarlyPartOnly();
     // Renders the block into m_pfData at the level fGain, or into the listener's spectrum
     // sums when it has them and the convolver can.
     void Render(int n, int iRate, int iSelector, float fGain);

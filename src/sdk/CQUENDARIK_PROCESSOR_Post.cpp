@@ -1,5 +1,7 @@
 // The post-processing stages that rest on services of their own: the global late reverb pair
 // and the cross-talk canceller.
+#include <algorithm>
+
 #include "sdk/CQUENDARIK_PROCESSOR.h"
 
 int CQUENDARIK_PROCESSOR::CrossTalk(float *pfBlock, int n, int iSampleRate, int) {
@@ -30,8 +32,14 @@ int CQUENDARIK_PROCESSOR::CrossTalk(float *pfBlock, int n, int iSampleRate, int)
 
 int CQUENDARIK_PROCESSOR::Reverb_Initialize(CQUENDARIC_Service_Reverb &left,
                                             CQUENDARIC_Service_Reverb &right, int iSampleRate) {
-    // Without a reverberation time (no room model has told one) the pair stays empty and adds
-    // nothing; tuned for a time of 0 its right ear would pass the block 1 ms late six times over.
+    // The room's time, and the early delays and echogram length of the source the room model
+    // served last.
+    CSFM_ISM_ORMS &room = *m_Parameters.m_pSFM_ORMS;
+    m_GlobalLateField.fRT60 = room.GetRT60();
+    std::copy(room.m_afEarlyDelays, room.m_afEarlyDelays + 6, m_GlobalLateField.afEarlyDelays);
+    m_GlobalLateField.fOnset = static_cast<float>(room.m_iLastLength);
+    // Without a reverberation time (no room) the pair stays empty and adds nothing; tuned for a
+    // time of 0 its right ear would pass the block 1 ms late six times over.
     if (m_GlobalLateField.fRT60 > 0.0f) {
         CLatePart::Initialize(m_GlobalLateField, iSampleRate, left, right);
     }

@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "quendarik/CQKSDK.h"
+#include "render/CQUENDARIC_Object_Source_Sound.h"
+#include "support/SdkAccess.h"
 
 namespace {
 constexpr int kRate = 44100;
@@ -107,4 +109,65 @@ TEST(RoomRender, TheListenerHearsTheRoomResponseTheModelMade) {
     const double freeLate = energyFrom(free.left, window) + energyFrom(free.right, window);
     EXPECT_GT(roomLate, 100.0 * (freeLate + 1e-12));
     EXPECT_GT(roomLate, 0.05 * (energyFrom(room.left, 0) + energyFrom(room.right, 0)));
+}
+
+// The late part of model 2: each ear's reverb has this source's first six image delays (as
+// the stability rule stretches them) and the decay of the room's Sabine time; with
+// "ONEREVERB" the engine's pair is tuned alike from the source served last.
+TEST(RoomRender, TheLatePartIsTunedFromTheSourcesImagesAndTheRoom) {
+    if (!std::ifstream(kDefaultSet).good()) {
+        GTEST_SKIP() << "the build's default HRTF set is missing";
+    }
+    for (int oneReverb = 0; oneReverb <= 1; ++oneReverb) {
+        CQKSDK sdk;
+        sdk.qk_HRTF_Set_Full(kDefaultSet.c_str());
+        sdk.qk_Asnk_Set(-2);
+        sdk.qk_Siml_Set_PO(1);
+        sdk.qk_Wrld_Preset(2);
+        sdk.qk_SFM_Set(2);
+        sdk.qk_Research_Set_BOOL("ONEREVERB", oneReverb);
+        int listener = 0, sound = 0, source = 0;
+        sdk.qk_Vrcv_Add(listener);
+        sdk.qk_Vrcv_Set_Position_LookAt(listener, -0.6f, -0.2f, 1.9f, -0.6f, 5.0f, 1.9f);
+        sdk.qk_Ssrc_Add_WMP(sound);
+        sdk.qk_Vsrc_Add(source, sound, 0, 1.2f, 0.3f, 1.3f, "noise");
+        std::vector<float> block(1024, 100.0f);
+        sdk.qk_Ssrc_Gen_Samples_1P(sound, block.data(), 1024, 16, 1, kRate);
+        ASSERT_EQ(sdk.qk_Siml_Process_WinAmp(1024, 16, 2, kRate), 0);
+
+        CQUENDARIK_PROCESSOR &engine = CQKSDKTestAccess::Engine(sdk);
+        CQUENDARIC_PARAMETERS &params = engine.m_Parameters;
+        const CSFM_ISM *model = params.m_pSFM_ORMS->Model(source);
+        ASSERT_NE(model, nullptr);
+        ASSERT_GE(model->m_pfDelays.size(), 6u);
+        float absorption = 0.0f;
+        for (CVRPlane *plane : params.m_World.m_Planes) {
+            float average = 0.0f;
+            CMATERIAL material;
+            material.GetAverage(&params.m_Code4, plane->m_strMaterial, average, 32);
+            absorption += plane->Area() * average;
+        }
+        const float rt60 = 0.163f * 144.0f / absorption;
+        float delays[CLatePart::kEntries];
+        float gains[CLatePart::kEntries];
+        for (int i = 0; i < CLatePart::kEntries; ++i) {
+            delays[i] = i < 6 ? model->m_pfDelays[static_cast<size_t>(i)] / 1000.0f
+                              : CLatePart::kAllPassDelays[i - 6];
+        }
+        CLatePart::TuneEar(rt60, delays, gains, CLatePart::kAllPassGains);
+
+        const CQUENDARIC_Service_Reverb *left = &engine.m_ReverbL;
+        if (oneReverb == 0) {
+            auto *object =
+                dynamic_cast<CQUENDARIC_Object_Source_Sound *>(engine.Get3DSourceFromID(source));
+            ASSERT_NE(object, nullptr);
+            left = &object->m_ReverbL;
+        }
+        ASSERT_GE(left->m_pfDelays.size(), 6u);
+        for (int i = 0; i < 6; ++i) {
+            SCOPED_TRACE(testing::Message() << "ONEREVERB " << oneReverb << ", comb " << i);
+            EXPECT_NEAR(left->m_pfDelays[static_cast<size_t>(i)], delays[i], 1e-6f);
+            EXPECT_NEAR(left->m_pfGains[static_cast<size_t>(i)], gains[i], 1e-4f);
+        }
+    }
 }

@@ -78,6 +78,10 @@ bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *r
             scene.world.clear();
             scene.room[0] = 0.0f;
             i += 1;
+        } else if (opt == "--model" && readFloats(argv, i + 1, argc, 1, v) && v[0] >= 1 &&
+                   v[0] <= 3) {
+            scene.model = static_cast<int>(v[0]);
+            i += 1;
         } else if (opt == "--order" && readFloats(argv, i + 1, argc, 1, v) && v[0] >= 0 &&
                    v[0] <= 30) {
             scene.order = static_cast<int>(v[0]);
@@ -143,7 +147,7 @@ bool ChooseRoom(CQKSDK &sdk, Scene &scene) {
     } else {
         sdk.qk_Wrld_Preset(scene.preset);
     }
-    sdk.qk_SFM_Set(1);
+    sdk.qk_SFM_Set(scene.model);
     sdk.qk_Siml_Set_SpecularOrder(scene.order);
     if (!scene.listenerGiven) {
         scene.listener[2] = 1.2f;  // ears above the floor, looking ahead level
@@ -165,7 +169,10 @@ std::string DescribeRoom(const Scene &scene) {
     } else {
         std::snprintf(text, sizeof text, "preset room %d", scene.preset);
     }
-    return std::string(text) + ", reflections to order " + std::to_string(scene.order);
+    static const char *const kModels[] = {"", "", ", with the late reverb",
+                                          ", one HRTF and the late reverb"};
+    return std::string(text) + ", reflections to order " + std::to_string(scene.order) +
+           kModels[std::clamp(scene.model, 0, 3)];
 }
 
 void ChooseOutput(CQKSDK &sdk, const Scene &scene) {

@@ -40,6 +40,7 @@ struct Scene {
     float room[3] = {0.0f, 0.0f, 0.0f};
     int preset = 0;
     int order = 2;  // reflection order of the image model
+    int model = 1;  // 1 early part, 2 with the late reverb, 3 one HRTF and the reverb
     bool listenerGiven = false;
     bool HasRoom() const { return !world.empty() || room[0] > 0.0f || preset > 0; }
 };
@@ -64,7 +65,7 @@ void ChooseMethods(CQKSDK &sdk, const Scene &scene, int iEngineRate);
 // unknown or incomplete option. Options: --source FILE X Y Z, --noise X Y Z,
 // --listener X Y Z LX LY LZ, --seconds S, --block N, --out FILE, --hrtf FILE, --zero-stuffing,
 // --convolution partitioned|overlap, --speakers [AZ] (default 30), --reverb DRY, --world FILE,
-// --room W D H, --preset N, --order N.
+// --room W D H, --preset N, --order N, --model 1|2|3.
 bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *rest = nullptr);
 
 // The library set up for a scene: a listener, one sound source and one virtual source per
