@@ -12,6 +12,7 @@
 
 #include "dsp/ipps.h"
 #include "field/CSFM_ISM_ORMS.h"
+#include "field/CSFM_RT.h"
 #include "support/HrtfSets.h"
 #include "support/ReportRecorder.h"
 #include "support/ScopedCommonRoot.h"
@@ -339,4 +340,45 @@ TEST_F(ShoeBox, TheManagerKeepsAModelPerSourceAndSharesInSharedMode) {
     ippsFree(left);
     ippsFree(right);
     ippsFree(mono);
+}
+
+// With "INFO" the time of each generation reaches the host at the info level.
+TEST_F(ShoeBox, TheTimingReportReachesTheHost) {
+    qktest::ReportRecorder reports;
+    float *left = nullptr, *right = nullptr, *mono = nullptr;
+    int n = 0, monoLength = 0;
+    float peakL = 0, peakR = 0;
+    auto call = [&] {
+        return model->GetBinauralImpulseResponse(
+            nullptr, mono, monoLength, left, right, n, at(1, 0.5f, 1), at(0, 10, 1),
+            at(-1, 0, 1.5f), at(0, 10, 1.5f), "", 1, 25.0f, kRate, peakL, peakR, 0, 1, 32, 7);
+    };
+    ASSERT_EQ(call(), 0);
+    EXPECT_TRUE(reports.entries.empty());
+    model->m_bReport = 1;
+    ASSERT_EQ(call(), 0);
+    ASSERT_EQ(reports.entries.size(), 1u);
+    EXPECT_EQ(reports.entries[0].text.rfind("Source:  7, Time (ms): ", 0), 0u);
+    EXPECT_EQ(reports.entries[0].severity, static_cast<int>(qk::Severity::Info));
+    ippsFree(left);
+    ippsFree(right);
+    ippsFree(mono);
+}
+
+// The ray-tracing place holder: no world, no rays; no responses at all.
+TEST_F(ShoeBox, TheRayTracingModelIsASkeleton) {
+    CSFM_RT none;
+    none.m_Source.x = 5.0f;
+    EXPECT_EQ(none.CalculateRays(at(1, 1, 1), at(0, 0, 1)), -1);
+    EXPECT_EQ(none.m_Source.x, 5.0f);
+    CSFM_RT rays(world.get());
+    EXPECT_EQ(rays.CalculateRays(at(1, 1, 1), at(0, 0, 1)), 0);
+    float *left = nullptr, *right = nullptr, *mono = nullptr;
+    int n = 0, monoLength = 0;
+    float peakL = 0, peakR = 0;
+    EXPECT_EQ(rays.GetBinauralImpulseResponse(nullptr, mono, monoLength, left, right, n,
+                                              at(1, 1, 1), at(0, 10, 1), at(0, 0, 1), at(0, 10, 1),
+                                              "", 1, 25.0f, kRate, peakL, peakR, 0, 1, 32, 1),
+              -1);
+    EXPECT_EQ(mono, nullptr);
 }

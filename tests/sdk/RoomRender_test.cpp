@@ -3,10 +3,15 @@
 // field hasn't got.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "quendarik/CQKSDK.h"
@@ -170,4 +175,53 @@ TEST(RoomRender, TheLatePartIsTunedFromTheSourcesImagesAndTheRoom) {
             EXPECT_NEAR(left->m_pfGains[static_cast<size_t>(i)], gains[i], 1e-4f);
         }
     }
+}
+
+// With "GRAPH_BIR" each rebuilt response is drawn in the folder "GRAPH_DIR" names.
+TEST(RoomRender, EachRebuildIsDrawnWhenAsked) {
+    if (!std::ifstream(kDefaultSet).good()) {
+        GTEST_SKIP() << "the build's default HRTF set is missing";
+    }
+    const std::filesystem::path folder =
+        std::filesystem::temp_directory_path() / ("qk-graphs-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(folder);
+    {
+        CQKSDK sdk;
+        sdk.qk_HRTF_Set_Full(kDefaultSet.c_str());
+        sdk.qk_Asnk_Set(-2);
+        sdk.qk_Siml_Set_PO(1);
+        sdk.qk_Wrld_Preset(2);
+        sdk.qk_SFM_Set(1);
+        sdk.qk_Siml_Set_SpecularOrder(2);
+        EXPECT_EQ(sdk.qk_Research_Set_STRING("GRAPH_DIR", folder.string().c_str()), 0);
+        EXPECT_EQ(sdk.qk_Research_Set_STRING("NO_SUCH_KEY", "x"), -1);
+        sdk.qk_Research_Set_BOOL("GRAPH_BIR", 1);
+        int listener = 0, sound = 0, source = 0;
+        sdk.qk_Vrcv_Add(listener);
+        sdk.qk_Vrcv_Set_Position_LookAt(listener, -0.6f, -0.2f, 1.9f, -0.6f, 5.0f, 1.9f);
+        sdk.qk_Ssrc_Add_WMP(sound);
+        sdk.qk_Vsrc_Add(source, sound, 0, 1.2f, 0.3f, 1.3f, "noise");
+        std::vector<float> block(512, 0.0f);
+        for (int b = 0; b < 3; ++b) {
+            if (b == 2) {
+                sdk.qk_Vsrc_Set_Position(source, 1.0f, 0.3f, 1.3f);
+            }
+            sdk.qk_Ssrc_Gen_Samples_1P(sound, block.data(), 512, 16, 1, kRate);
+            sdk.qk_Siml_Process_WinAmp(512, 16, 2, kRate);
+        }
+    }
+    std::vector<std::filesystem::path> graphs;
+    for (const auto &entry : std::filesystem::directory_iterator(folder)) {
+        graphs.push_back(entry.path());
+    }
+    EXPECT_EQ(graphs.size(), 2u);  // the first block and the move
+    ASSERT_FALSE(graphs.empty());
+    std::ifstream svg(graphs.front());
+    const std::string text((std::istreambuf_iterator<char>(svg)), std::istreambuf_iterator<char>());
+    EXPECT_NE(text.find("<svg"), std::string::npos);
+    EXPECT_NE(text.find(">Left<"), std::string::npos);
+    EXPECT_NE(text.find(">Right<"), std::string::npos);
+    EXPECT_NE(text.find("Echogram, RT60: "), std::string::npos);
+    EXPECT_NE(text.find("Total images: 37 / Used: 25"), std::string::npos);
+    std::filesystem::remove_all(folder);
 }
