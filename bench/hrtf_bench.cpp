@@ -6,28 +6,13 @@
 #include <memory>
 #include <vector>
 
+#include "BenchSets.h"
 #include "binaural/CHELPER_HRTF.h"
 
 namespace {
-// A set shaped like the MIT KEMAR import: 710 measurements of 512 taps at 44,100 Hz, both
-// ears, every direction naming one of them.
-std::unique_ptr<CHELPER_HRTF> kemarSizedSet(int iRate) {
-    auto set = std::make_unique<CHELPER_HRTF>();
-    set->m_iMeasurements = 710;
-    set->m_iFileTaps = set->m_iTaps = 512;
-    set->m_iFileRate = set->m_iSampleRate = iRate;
-    set->m_pfData.Allocate(710 * 2 * 512);
-    for (int i = 0; i < set->DataLength(); ++i) {
-        set->m_pfData[i] = std::sin(0.01f * i) * std::exp(-0.01f * (i % 512));
-    }
-    for (int i = 0; i < CHELPER_HRTF::kDirections; ++i) {
-        set->m_aiLookup[static_cast<size_t>(i)] = (i * 7) % 710;
-    }
-    return set;
-}
 
 void BM_HrtfLookupAtFileRate(benchmark::State &state) {
-    auto set = kemarSizedSet(44100);
+    auto set = qkbench::KemarSizedSet(44100);
     float *left = nullptr;
     float *right = nullptr;
     int length = 0;
@@ -44,7 +29,7 @@ BENCHMARK(BM_HrtfLookupAtFileRate);
 
 // The same lookup for a set at 48,000 Hz asked for at 44,100 Hz: both ears pass libsamplerate.
 void BM_HrtfLookupResampled(benchmark::State &state) {
-    auto set = kemarSizedSet(48000);
+    auto set = qkbench::KemarSizedSet(48000);
     float *left = nullptr;
     float *right = nullptr;
     int length = 0;
@@ -60,7 +45,7 @@ BENCHMARK(BM_HrtfLookupResampled)->Unit(benchmark::kMicrosecond);
 // 100 reflections spread over 100 ms, each with its own 63-tap reflection filter, into one
 // binaural response at the file's rate.
 void BM_ReflectionSynthesis(benchmark::State &state) {
-    auto set = kemarSizedSet(44100);
+    auto set = qkbench::KemarSizedSet(44100);
     constexpr int kCount = 100;
     constexpr int kFilterTaps = 63;
     std::vector<float> az(kCount), el(kCount), delays(kCount), gains(kCount);

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <memory>
 
+#include "BenchSets.h"
 #include "binaural/CHELPER_HRTF.h"
 #include "dsp/ipps.h"
 #include "field/CSFM_ISM.h"
@@ -17,22 +18,6 @@
 namespace {
 constexpr int kRate = 44100;
 
-// Shaped like the default set: 710 measurements of 512 taps, both ears.
-std::unique_ptr<CHELPER_HRTF> kemarSizedSet() {
-    auto set = std::make_unique<CHELPER_HRTF>();
-    set->m_iMeasurements = 710;
-    set->m_iFileTaps = set->m_iTaps = 512;
-    set->m_iFileRate = set->m_iSampleRate = kRate;
-    set->m_pfData.Allocate(710 * 2 * 512);
-    for (int i = 0; i < set->DataLength(); ++i) {
-        set->m_pfData[i] = std::sin(0.01f * i) * std::exp(-0.01f * (i % 512));
-    }
-    for (int i = 0; i < CHELPER_HRTF::kDirections; ++i) {
-        set->m_aiLookup[static_cast<size_t>(i)] = (i * 7) % 710;
-    }
-    return set;
-}
-
 struct Room {
     Room() {
         qk::table::code4initLow(&code);
@@ -40,7 +25,7 @@ struct Room {
         CWorld_Utils::Generate_ShoeBox(&world, "6", "6", "4");
         model = std::make_unique<CSFM_ISM>(&world);
         model->m_pCode4 = &code;
-        set = kemarSizedSet();
+        set = qkbench::KemarSizedSet(kRate);
     }
     ~Room() {
         ippsFree(mono);

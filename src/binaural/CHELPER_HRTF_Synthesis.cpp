@@ -68,6 +68,48 @@ void addScaled(float *pfDest, int64_t iLength, int64_t iOffset, const float *pfS
         pfDest[i] += fGain * pfSource[i - iOffset];
     }
 }
+
+// The start of both reflection-list syntheses: the old arrays freed, a list that isn't whole
+// taken as empty, and two zeroed arrays long enough for the latest reflection with the longest
+// filter and a response of iTaps. Returns the length (0 when the arrays can't be had).
+int64_t startReflectionList(float *&pfLeft, float *&pfRight, int &iLength, const float *pfAzimuths,
+                            const float *pfElevations, const float *pfDelaysMs,
+                            const float *pfGains, const float *pfFilterCoefs,
+                            const int *piFilterLengths, int &iCount, int iTaps, int iPowerOfTwo,
+                            int iSampleRate) {
+    ippsFree(pfLeft);
+    ippsFree(pfRight);
+    pfLeft = pfRight = nullptr;
+    iLength = 0;
+    if (pfAzimuths == nullptr || pfElevations == nullptr || pfDelaysMs == nullptr ||
+        pfGains == nullptr || iCount < 0) {
+        iCount = 0;
+    }
+    const bool bFilters = pfFilterCoefs != nullptr && piFilterLengths != nullptr;
+    int64_t iMaxDelay = 0;
+    int iMaxFilter = 0;
+    for (int i = 0; i < iCount; ++i) {
+        iMaxDelay = std::max(iMaxDelay, delaySamples(pfDelaysMs[i], iSampleRate));
+        if (bFilters && piFilterLengths[i] <= kMaxFilterLength) {
+            iMaxFilter = std::max(iMaxFilter, piFilterLengths[i]);
+        }
+    }
+    int64_t iTotal = iMaxDelay + iMaxFilter + std::max(iTaps, 0);
+    if (iPowerOfTwo == 1) {
+        iTotal = nextPowerOfTwo(iTotal);
+    }
+    iTotal = std::min(iTotal, 2 * kMaxSynthesisLength);
+    iLength = static_cast<int>(iTotal);
+    pfLeft = ippsMalloc_32f(iLength);
+    pfRight = ippsMalloc_32f(iLength);
+    if (pfLeft == nullptr || pfRight == nullptr) {
+        iLength = 0;
+        return 0;
+    }
+    std::memset(pfLeft, 0, sizeof(float) * static_cast<size_t>(iLength));
+    std::memset(pfRight, 0, sizeof(float) * static_cast<size_t>(iLength));
+    return iTotal;
+}
 }  // namespace
 
 int CHELPER_HRTF::GetHRTFForPaths(float *&pfLeft, float *&pfRight, int &iLength,
@@ -90,38 +132,13 @@ int CHELPER_HRTF::GetHRTF(float *&pfLeft, float *&pfRight, int &iLength, const f
                           int iPowerOfTwo, int iSampleRate) {
     m_iSampleRate = iSampleRate;
     UpdateTaps();
-    ippsFree(pfLeft);
-    ippsFree(pfRight);
-    pfLeft = pfRight = nullptr;
-    iLength = 0;
-    if (pfAzimuths == nullptr || pfElevations == nullptr || pfDelaysMs == nullptr ||
-        pfGains == nullptr || iCount < 0) {
-        iCount = 0;
-    }
-    const bool bFilters = pfFilterCoefs != nullptr && piFilterLengths != nullptr;
-
-    int64_t iMaxDelay = 0;
-    int iMaxFilter = 0;
-    for (int i = 0; i < iCount; ++i) {
-        iMaxDelay = std::max(iMaxDelay, delaySamples(pfDelaysMs[i], iSampleRate));
-        if (bFilters && piFilterLengths[i] <= kMaxFilterLength) {
-            iMaxFilter = std::max(iMaxFilter, piFilterLengths[i]);
-        }
-    }
-    int64_t iTotal = iMaxDelay + iMaxFilter + std::max(m_iTaps, 0);
-    if (iPowerOfTwo == 1) {
-        iTotal = nextPowerOfTwo(iTotal);
-    }
-    iTotal = std::min(iTotal, 2 * kMaxSynthesisLength);
-    iLength = static_cast<int>(iTotal);
-    pfLeft = ippsMalloc_32f(iLength);
-    pfRight = ippsMalloc_32f(iLength);
-    if (pfLeft == nullptr || pfRight == nullptr) {
-        iLength = 0;
+    const int64_t iTotal = startReflectionList(pfLeft, pfRight, iLength, pfAzimuths, pfElevations,
+                                               pfDelaysMs, pfGains, pfFilterCoefs, piFilterLengths,
+                                               iCount, m_iTaps, iPowerOfTwo, iSampleRate);
+    if (iTotal == 0) {
         return 1;
     }
-    std::memset(pfLeft, 0, sizeof(float) * static_cast<size_t>(iLength));
-    std::memset(pfRight, 0, sizeof(float) * static_cast<size_t>(iLength));
+    const bool bFilters = pfFilterCoefs != nullptr && piFilterLengths != nullptr;
 
     float *pfL = nullptr;
     float *pfR = nullptr;
@@ -179,34 +196,14 @@ int CHELPER_HRTF::RenderReflections(float *&pfLeft, float *&pfRight, int &iLengt
         return GetHRTF(pfLeft, pfRight, iLength, pfAzimuths, pfElevations, pfDelaysMs, pfGains,
                        pfFilterCoefs, piFilterLengths, iCount, 0, iSampleRate);
     }
-    ippsFree(pfLeft);
-    ippsFree(pfRight);
-    pfLeft = pfRight = nullptr;
-    iLength = 0;
-    if (pfAzimuths == nullptr || pfElevations == nullptr || pfDelaysMs == nullptr ||
-        pfGains == nullptr || iCount < 0) {
-        iCount = 0;
-    }
-    const bool bFilters = pfFilterCoefs != nullptr && piFilterLengths != nullptr;
     const int iTaps = m_iFileTaps;
-    int64_t iMaxDelay = 0;
-    int iMaxFilter = 0;
-    for (int i = 0; i < iCount; ++i) {
-        iMaxDelay = std::max(iMaxDelay, delaySamples(pfDelaysMs[i], iSampleRate));
-        if (bFilters && piFilterLengths[i] <= kMaxFilterLength) {
-            iMaxFilter = std::max(iMaxFilter, piFilterLengths[i]);
-        }
-    }
-    const int64_t iTotal = std::min(iMaxDelay + iMaxFilter + iTaps, 2 * kMaxSynthesisLength);
-    iLength = static_cast<int>(iTotal);
-    pfLeft = ippsMalloc_32f(iLength);
-    pfRight = ippsMalloc_32f(iLength);
-    if (pfLeft == nullptr || pfRight == nullptr) {
-        iLength = 0;
+    const int64_t iTotal =
+        startReflectionList(pfLeft, pfRight, iLength, pfAzimuths, pfElevations, pfDelaysMs, pfGains,
+                            pfFilterCoefs, piFilterLengths, iCount, iTaps, 0, iSampleRate);
+    if (iTotal == 0) {
         return 1;
     }
-    std::memset(pfLeft, 0, sizeof(float) * static_cast<size_t>(iLength));
-    std::memset(pfRight, 0, sizeof(float) * static_cast<size_t>(iLength));
+    const bool bFilters = pfFilterCoefs != nullptr && piFilterLengths != nullptr;
     int64_t p = 0;  // position of the next filter in pfFilterCoefs
     for (int i = 0; i < iCount; ++i) {
         int iSlotL = 0;

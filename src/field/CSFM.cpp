@@ -8,17 +8,6 @@
 
 QK_IMPLEMENT_SERIAL(CSFM)
 
-namespace {
-// Truncation towards zero of an angle in degrees. A direction of zero length has no angle
-// (0 / 0 gives not-a-number): it counts as 0, and so does anything that isn't finite.
-int truncDegrees(float fDegrees) {
-    if (!std::isfinite(fDegrees)) {
-        return 0;
-    }
-    return static_cast<int>(std::fmax(std::fmin(fDegrees, 1e6f), -1e6f));
-}
-}  // namespace
-
 float CSFM::AverageAbsorption(CVRPlane &plane) const {
     CMATERIAL &material = plane.m_Material;
     if (material.m_strName != plane.m_strMaterial || material.m_pFilter.get() == nullptr) {
@@ -62,6 +51,13 @@ int CSFM::GetBinauralImpulseResponse(CHELPER_HRTF *, float *&, int &, float *&, 
     return -1;
 }
 
+int CSFM::TruncatedDegrees(float fDegrees) {
+    if (!std::isfinite(fDegrees)) {
+        return 0;
+    }
+    return static_cast<int>(std::fmax(std::fmin(fDegrees, 1e6f), -1e6f));
+}
+
 float CSFM::GetDistance(C3Point a, C3Point b) {
     const C3Point d(b.x - a.x, b.y - a.y, b.z - a.z, 0);
     return d.Length();
@@ -72,7 +68,7 @@ int CSFM::_GetAzimuth(C3Point a, C3Point b) {
     const float dy = b.y - a.y;
     const C3Point d(dx, dy, b.z - a.z, 0);
     // phi is the one-argument arctangent, -90..90; the quadrant comes from the signs.
-    int v = truncDegrees(d.phi);
+    int v = TruncatedDegrees(d.phi);
     if (dx >= 0.0f && dy >= 0.0f) {
         v += 270;
         if (v == 360) {
@@ -89,7 +85,7 @@ int CSFM::_GetAzimuth(C3Point a, C3Point b) {
 int CSFM::_GetElevation(C3Point a, C3Point b) {
     // From b to a, the reverse of the azimuth: a point above a gives a positive result.
     const C3Point d(a.x - b.x, a.y - b.y, a.z - b.z, 0);
-    return truncDegrees(d.theta) - 90;
+    return TruncatedDegrees(d.theta) - 90;
 }
 
 float CSFM::GetAzimuth(C3Point from, C3Point lookAt, C3Point target, C3Point) {

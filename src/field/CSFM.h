@@ -65,6 +65,9 @@ class CSFM : public qk::CObject, public qk::CWinThread {
     static int _GetAzimuth(C3Point a, C3Point b);
     // The elevation of b seen from a, positive above.
     static int _GetElevation(C3Point a, C3Point b);
+    // An angle in degrees truncated towards zero; one that isn't finite (the direction of a
+    // zero-length line) counts as 0.
+    static int TruncatedDegrees(float fDegrees);
 
     // A text dump of a response: one "%.3f" value a line, lines ended by CR LF. A value of
     // exactly 0 is written (and replaced in the caller's array) as 0.001. 0; 1 when the file

@@ -11,18 +11,6 @@
 
 QK_IMPLEMENT_SERIAL(CQUENDARIC_Object_Source)
 
-namespace {
-// Truncation towards zero of an angle in degrees. A direction of zero length has no angle
-// (0 / 0 gives not-a-number): it counts as 0, and so does anything that isn't finite.
-int truncDegrees(float fDegrees) {
-    if (!std::isfinite(fDegrees)) {
-        return 0;
-    }
-    return static_cast<int>(std::fmax(std::fmin(fDegrees, 1e6f), -1e6f));
-}
-
-}  // namespace
-
 CQUENDARIC_Object_Source::~CQUENDARIC_Object_Source() {
     ClearMonaural();
     ClearBinaural();
@@ -101,11 +89,11 @@ void CQUENDARIC_Object_Source::Recalculate() {
 }
 
 int CQUENDARIC_Object_Source::TruncatedAzimuth() const {
-    return truncDegrees(m_fAzimuth);
+    return CSFM::TruncatedDegrees(m_fAzimuth);
 }
 
 int CQUENDARIC_Object_Source::TruncatedElevation() const {
-    return truncDegrees(m_fElevation);
+    return CSFM::TruncatedDegrees(m_fElevation);
 }
 
 void CQUENDARIC_Object_Source::Move(C3Point position) {

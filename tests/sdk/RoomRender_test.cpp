@@ -24,6 +24,26 @@ constexpr int kBlock = 4096;
 
 const std::string kDefaultSet = std::string(QK_TEST_HRTF_DATA) + "/VORLAN1_16s_DFE.qkhrtf";
 
+// The room of these tests: the 6 x 6 x 4 m preset, headphones, no device, a listener at
+// (-0.6, -0.2, 1.9) looking along +y and a source at (1.2, 0.3, 1.3) playing host-fed sound.
+struct RoomScene {
+    explicit RoomScene(CQKSDK &sdk, int model, int order = 2) {
+        sdk.qk_HRTF_Set_Full(kDefaultSet.c_str());
+        sdk.qk_Asnk_Set(-2);
+        sdk.qk_Siml_Set_PO(1);
+        sdk.qk_Wrld_Preset(2);
+        sdk.qk_SFM_Set(model);
+        sdk.qk_Siml_Set_SpecularOrder(order);
+        sdk.qk_Vrcv_Add(listener);
+        sdk.qk_Vrcv_Set_Position_LookAt(listener, -0.6f, -0.2f, 1.9f, -0.6f, 5.0f, 1.9f);
+        sdk.qk_Ssrc_Add_WMP(sound);
+        sdk.qk_Vsrc_Add(source, sound, 0, 1.2f, 0.3f, 1.3f, "noise");
+    }
+    int listener = 0;
+    int sound = 0;
+    int source = 0;
+};
+
 struct Heard {
     std::vector<float> left, right;  // the response the source was given
     std::vector<float> input;        // three blocks of the source's sound
@@ -35,18 +55,9 @@ struct Heard {
 // free field (model 0).
 Heard render(int model) {
     CQKSDK sdk;
-    sdk.qk_HRTF_Set_Full(kDefaultSet.c_str());
-    sdk.qk_Asnk_Set(-2);
-    sdk.qk_Siml_Set_PO(1);
     sdk.qk_Siml_Set_AGC(0);
-    sdk.qk_Wrld_Preset(2);
-    sdk.qk_SFM_Set(model);
-    sdk.qk_Siml_Set_SpecularOrder(2);
-    int listener = 0, sound = 0, source = 0;
-    sdk.qk_Vrcv_Add(listener);
-    sdk.qk_Vrcv_Set_Position_LookAt(listener, -0.6f, -0.2f, 1.9f, -0.6f, 5.0f, 1.9f);
-    sdk.qk_Ssrc_Add_WMP(sound);
-    sdk.qk_Vsrc_Add(source, sound, 0, 1.2f, 0.3f, 1.3f, "noise");
+    const RoomScene scene(sdk, model);
+    const int listener = scene.listener, sound = scene.sound, source = scene.source;
     Heard heard;
     std::mt19937 rng(5);
     std::normal_distribution<float> normal(0.0f, 1000.0f);
@@ -125,17 +136,9 @@ TEST(RoomRender, TheLatePartIsTunedFromTheSourcesImagesAndTheRoom) {
     }
     for (int oneReverb = 0; oneReverb <= 1; ++oneReverb) {
         CQKSDK sdk;
-        sdk.qk_HRTF_Set_Full(kDefaultSet.c_str());
-        sdk.qk_Asnk_Set(-2);
-        sdk.qk_Siml_Set_PO(1);
-        sdk.qk_Wrld_Preset(2);
-        sdk.qk_SFM_Set(2);
         sdk.qk_Research_Set_BOOL("ONEREVERB", oneReverb);
-        int listener = 0, sound = 0, source = 0;
-        sdk.qk_Vrcv_Add(listener);
-        sdk.qk_Vrcv_Set_Position_LookAt(listener, -0.6f, -0.2f, 1.9f, -0.6f, 5.0f, 1.9f);
-        sdk.qk_Ssrc_Add_WMP(sound);
-        sdk.qk_Vsrc_Add(source, sound, 0, 1.2f, 0.3f, 1.3f, "noise");
+        const RoomScene scene(sdk, 2, 1);
+        const int sound = scene.sound, source = scene.source;
         std::vector<float> block(1024, 100.0f);
         sdk.qk_Ssrc_Gen_Samples_1P(sound, block.data(), 1024, 16, 1, kRate);
         ASSERT_EQ(sdk.qk_Siml_Process_WinAmp(1024, 16, 2, kRate), 0);
@@ -187,20 +190,11 @@ TEST(RoomRender, EachRebuildIsDrawnWhenAsked) {
     std::filesystem::create_directories(folder);
     {
         CQKSDK sdk;
-        sdk.qk_HRTF_Set_Full(kDefaultSet.c_str());
-        sdk.qk_Asnk_Set(-2);
-        sdk.qk_Siml_Set_PO(1);
-        sdk.qk_Wrld_Preset(2);
-        sdk.qk_SFM_Set(1);
-        sdk.qk_Siml_Set_SpecularOrder(2);
+        const RoomScene scene(sdk, 1);
+        const int sound = scene.sound, source = scene.source;
         EXPECT_EQ(sdk.qk_Research_Set_STRING("GRAPH_DIR", folder.string().c_str()), 0);
         EXPECT_EQ(sdk.qk_Research_Set_STRING("NO_SUCH_KEY", "x"), -1);
         sdk.qk_Research_Set_BOOL("GRAPH_BIR", 1);
-        int listener = 0, sound = 0, source = 0;
-        sdk.qk_Vrcv_Add(listener);
-        sdk.qk_Vrcv_Set_Position_LookAt(listener, -0.6f, -0.2f, 1.9f, -0.6f, 5.0f, 1.9f);
-        sdk.qk_Ssrc_Add_WMP(sound);
-        sdk.qk_Vsrc_Add(source, sound, 0, 1.2f, 0.3f, 1.3f, "noise");
         std::vector<float> block(512, 0.0f);
         for (int b = 0; b < 3; ++b) {
             if (b == 2) {
