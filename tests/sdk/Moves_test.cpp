@@ -169,6 +169,11 @@ TEST(Moves, HostsChangingTheSceneWhileWorkersRender) {
         0);
     sdk.qk_Siml_Set_Threads(4);
     sdk.qk_Siml_Set_Convolution(1);
+    // In a room, each source with a late part of its own: rebuilds go through the room model
+    // from the workers.
+    sdk.qk_Wrld_ShoeBox(6.0f, 6.0f, 4.0f);
+    sdk.qk_SFM_Set(2);
+    sdk.qk_Research_Set_BOOL("ONEREVERB", 0);
     int second = 0;
     sdk.qk_Ssrc_Add_Gauss(second);
     sdk.qkPlay();
@@ -202,6 +207,10 @@ TEST(Moves, HostsChangingTheSceneWhileWorkersRender) {
                 sdk.qk_Vsrc_Set_Enable(id, (k + id) % 5 != 0);
             }
             sdk.qk_Siml_Set_Convolution(k % 50 == 0 ? 0 : 1);
+            if (k % 40 == 0) {  // the room models in turn, the shared one among them
+                sdk.qk_SFM_Set(k / 40 % 4);
+                sdk.qk_Research_Set_BOOL("ORMS", k / 160 % 2);
+            }
             std::this_thread::sleep_for(1ms);
             ++changes;
         }
