@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "field/CSFM_ISM.h"
+#include "platform/Relaxed.h"
 
 class CSFM_ISM_ORMS : public CSFM_ISM {
     QK_DECLARE_SERIAL(CSFM_ISM_ORMS)
@@ -41,9 +42,10 @@ class CSFM_ISM_ORMS : public CSFM_ISM {
     // The six early delays (s) of a source's model, zeros when it has none; any thread.
     void EarlyDelays(int iSourceIndex, float *pfDelays) const;
 
-    int m_iORMS = 0;        // 1: shared mode; copied from the settings before each call
-    int m_iInfo = 0;        // 1: report timings; copied from the settings before each call
-    int m_iLastLength = 0;  // echogram length of the source served last
+    // Copied from the settings before each call, by whichever thread renders the source.
+    qk::Relaxed<int> m_iORMS = 0;                     // 1: shared mode
+    qk::Relaxed<int> m_iInfo = 0;                     // 1: report timings
+    int m_iLastLength = 0;                            // echogram length of the source served last
     std::vector<std::unique_ptr<CSFM_ISM>> m_Models;  // in order of first request
 
   private:

@@ -6,7 +6,7 @@
 
 QK_IMPLEMENT_SERIAL(CSSS)
 
-int CSSS::m_iObjectCounter = 0;
+std::atomic<int> CSSS::m_iObjectCounter{0};
 
 CSSS::CSSS() : m_iID(++m_iObjectCounter) {}
 

@@ -3,6 +3,7 @@
 // id shared by all of them.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -44,8 +45,9 @@ class CSSS : public qk::CObject {
     static void GetHPCoefs(float *&pfCoefs, float fCorner, int iSampleRate);
 
     // Ids of sound sources, sinks and services: the constructor pre-increments the counter,
-    // so the first object has id 1. Objects are made on the host's thread.
-    static int m_iObjectCounter;
+    // so the first object has id 1. Objects are made on any thread (services by the engine's
+    // workers too).
+    static std::atomic<int> m_iObjectCounter;
 
     int m_iBufferLength = 32768;           // frames a channel in every fixed source buffer
     std::unique_ptr<char[]> m_pcFileName;  // file name for the platform's file calls
