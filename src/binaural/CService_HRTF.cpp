@@ -1,13 +1,24 @@
 #include "binaural/CService_HRTF.h"
 
 #include <cstring>
-#include <vector>
 
 #include "binaural/CHELPER_HRTF.h"
 #include "dsp/IppBuffer.h"
 #include "platform/Archive.h"
+#include "platform/Vectorize.h"
 
 QK_IMPLEMENT_SERIAL(CService_HRTF)
+
+namespace {
+// pfDest += pfSrc * fGain. A level of 1 multiplies exactly, so this is the sum of the scaled
+// copy whatever the level.
+QK_VECTORIZE_WIDE void addScaled(const float *__restrict pfSrc, float *__restrict pfDest, int n,
+                                 float fGain) {
+    for (int i = 0; i < n; ++i) {
+        pfDest[i] += pfSrc[i] * fGain;
+    }
+}
+}  // namespace
 
 CService_HRTF::CService_HRTF() {
     m_strName = "HRTF";
@@ -158,6 +169,7 @@ int CService_HRTF::RenderCurrent(float *pfIn, int n, float *pfOut) {
 }
 
 int CService_HRTF::_process(float *pfIn, int n, int) {
+    m_Overlap.ForgetInput();
     if (m_pHelper == nullptr || pfIn == nullptr || n < 1) {
         return -1;
     }
@@ -231,27 +243,39 @@ int CService_HRTF::ProcessIntoMix(float *pfIn, int n, CFrequencyMix &mix, float 
 // advanced the overlap, and the second pass adds the next block's share of the old tail once
 // more; that is how the change has always sounded, and it stays.
 void CService_HRTF::CrossFade(float *pfIn, int n) {
-    const size_t iBlock = 2 * static_cast<size_t>(n);
-    std::vector<float> a(iBlock);
-    std::vector<float> b(iBlock);
-    std::vector<float> ramp(static_cast<size_t>(n));
-    RenderCurrent(pfIn, n, a.data());
+    const int iBlock = 2 * n;
+    if (m_pfFadeOld.size() < iBlock) {
+        m_pfFadeOld.Allocate(iBlock);
+        m_pfFadeNew.Allocate(iBlock);
+        m_pfFadeRamp.Allocate(n);
+    }
+    float *a = m_pfFadeOld;
+    float *b = m_pfFadeNew;
+    float *ramp = m_pfFadeRamp;
+    RenderCurrent(pfIn, n, a);
     m_iLength = m_iNewLength;
     if (m_sMethod == "FIR") {
         FreeFIR();
     }
     TakeIntoUse(n);
     m_iLengthInUse = m_iLength;
-    RenderCurrent(pfIn, n, b.data());
+    RenderCurrent(pfIn, n, b);
 
-    Ramp(ramp.data(), n, 1.0, 0.0);
-    ippsMul_32f_I(ramp.data(), a.data(), n);
-    ippsMul_32f_I(ramp.data(), a.data() + n, n);
-    Ramp(ramp.data(), n, 0.0, 1.0);
-    ippsMul_32f_I(ramp.data(), b.data(), n);
-    ippsMul_32f_I(ramp.data(), b.data() + n, n);
-    ippsAdd_32f(a.data(), b.data(), m_pfData, 2 * n);
+    Ramp(ramp, n, 1.0, 0.0);
+    ippsMul_32f_I(ramp, a, n);
+    ippsMul_32f_I(ramp, a + n, n);
+    Ramp(ramp, n, 0.0, 1.0);
+    ippsMul_32f_I(ramp, b, n);
+    ippsMul_32f_I(ramp, b + n, n);
+    ippsAdd_32f(a, b, m_pfData, 2 * n);
     m_bReInitialize = 0;
+}
+
+void CService_HRTF::AddInto(float *pfDest, int n, float fGain) const {
+    const float *pfBlock = m_pfData;
+    if (pfDest != nullptr && pfBlock != nullptr && 2 * n <= m_iDataLength) {
+        addScaled(pfBlock, pfDest, 2 * n, fGain);
+    }
 }
 
 void CService_HRTF::Ramp(float *pf, int n, double a, double b) {

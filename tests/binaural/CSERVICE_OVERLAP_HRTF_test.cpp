@@ -132,7 +132,7 @@ TEST(CSERVICE_OVERLAP_HRTF, OverlapSurvivesQuitAndAGrowthOfTheTransform) {
     ASSERT_EQ(split._init(longer.data(), longer.data(), 400, n), 0);
     ASSERT_EQ(split.m_iFFTLength, 1024);
     ASSERT_EQ(split.m_iOverlapLeftSize, 1024);
-    ASSERT_EQ(split.m_iTailRightSize, 1024);
+    ASSERT_EQ(split.m_iOverlapRightSize, 1024);
     for (int i = 0; i < 512; ++i) {
         EXPECT_EQ(split.m_pfOverlapLeft[i], before[static_cast<size_t>(i)]);
         EXPECT_EQ(split.m_pfOverlapLeft[512 + i], 0.0f);
