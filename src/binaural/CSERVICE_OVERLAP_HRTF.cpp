@@ -1,8 +1,10 @@
 #include "binaural/CSERVICE_OVERLAP_HRTF.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
+#include <memory>
 
 #include "dsp/ipps_simd.h"
 #include "platform/Vectorize.h"
@@ -62,6 +64,41 @@ QK_VECTORIZE_WIDE void sumAndShift(const float *__restrict t, float *__restrict 
     }
 }
 
+// The block's work buffers, which carry nothing from one block to the next: one set per
+// thread and transform length, made the first time the thread convolves at that length and
+// shared by every convolver it runs, so that many sources don't each stream a set of their
+// own through the caches.
+struct WorkArea {
+    IppsFFTSpec_R_32f *spec = nullptr;
+    CIppBuffer spectrum;  // the input's spectrum, N + 2 floats
+    CIppBuffer product;   // one ear's product, N + 2 floats
+    CIppBuffer time;      // its inverse transform, N floats
+    WorkArea() = default;
+    WorkArea(const WorkArea &) = delete;
+    WorkArea &operator=(const WorkArea &) = delete;
+    ~WorkArea() { ippsFFTFree_R_32f(spec); }
+};
+
+// Null when no transform of that order can be made.
+WorkArea *workArea(int order) {
+    thread_local std::array<std::unique_ptr<WorkArea>, kIppMaxFFTOrder + 1> areas;
+    std::unique_ptr<WorkArea> &area = areas[static_cast<size_t>(order)];
+    if (area == nullptr) {
+        auto made = std::make_unique<WorkArea>();
+        if (ippsFFTInitAlloc_R_32f(&made->spec, order, IPP_FFT_DIV_INV_BY_N, ippAlgHintFast) !=
+            ippStsNoErr) {
+            made->spec = nullptr;
+            return nullptr;
+        }
+        const int N = 1 << order;
+        made->spectrum.Allocate(N + 2);
+        made->product.Allocate(N + 2);
+        made->time.Allocate(N);
+        area = std::move(made);
+    }
+    return area.get();
+}
+
 // The transform order for a wanted length: ceil(log2 N) as the ratio of two decimal
 // logarithms, truncated.
 int orderFor(int iWanted) {
@@ -69,9 +106,7 @@ int orderFor(int iWanted) {
 }
 }  // namespace
 
-CSERVICE_OVERLAP_HRTF::~CSERVICE_OVERLAP_HRTF() {
-    ippsFFTFree_R_32f(m_pFFTSpec);
-}
+CSERVICE_OVERLAP_HRTF::~CSERVICE_OVERLAP_HRTF() = default;
 
 int CSERVICE_OVERLAP_HRTF::_adjustDataBuffer(CIppBuffer &buffer, int &iSize, int iWanted) {
     if (iWanted < 1) {
@@ -103,13 +138,11 @@ int CSERVICE_OVERLAP_HRTF::_init(float *pfLeft, float *pfRight, int iLength, int
         return -1;
     }
     const int iOrder = orderFor(static_cast<int>(wanted));
-    IppsFFTSpec_R_32f *pSpec = nullptr;
-    if (ippsFFTInitAlloc_R_32f(&pSpec, iOrder, IPP_FFT_DIV_INV_BY_N, ippAlgHintFast) !=
-        ippStsNoErr) {
+    const WorkArea *work = iOrder >= 0 && iOrder <= kIppMaxFFTOrder ? workArea(iOrder) : nullptr;
+    if (work == nullptr) {
         return -1;
     }
     _quit();
-    m_pFFTSpec = pSpec;
     m_iFFTOrder = iOrder;
     m_iFFTLength = 1 << iOrder;
     const int N = m_iFFTLength;
@@ -117,7 +150,6 @@ int CSERVICE_OVERLAP_HRTF::_init(float *pfLeft, float *pfRight, int iLength, int
     // Each response, zero-padded to N, into its spectrum. The input buffer serves as the
     // padding scratch here; it is overwritten by every block.
     m_pfInput.Allocate(N);
-    m_pfInputSpectrum.Allocate(N + 2);
     m_pfSpectrumLeft.Allocate(N + 2);
     m_pfSpectrumRight.Allocate(N + 2);
     const int iTaps = std::min(iLength, N);
@@ -126,11 +158,9 @@ int CSERVICE_OVERLAP_HRTF::_init(float *pfLeft, float *pfRight, int iLength, int
         std::memcpy(m_pfInput.get(), ear == 0 ? pfLeft : pfRight,
                     sizeof(float) * static_cast<size_t>(iTaps));
         ippsFFTFwd_RToCCS_32f(m_pfInput, ear == 0 ? m_pfSpectrumLeft : m_pfSpectrumRight,
-                              m_pFFTSpec, nullptr);
+                              work->spec, nullptr);
     }
     m_iInputWritten = N;
-    m_pfProduct.Allocate(N + 2);
-    m_pfTime.Allocate(N);
 
     _adjustDataBuffer(m_pfOverlapLeft, m_iOverlapLeftSize, N);
     _adjustDataBuffer(m_pfOverlapRight, m_iOverlapRightSize, N);
@@ -143,7 +173,10 @@ int CSERVICE_OVERLAP_HRTF::_process(float *pfIn, int n, float *pfOut) {
         return -1;
     }
     const int N = m_iFFTLength;
-    if (m_pFFTSpec == nullptr || pfIn == nullptr || n > N) {
+    WorkArea *work = m_pfSpectrumLeft != nullptr && pfIn != nullptr && n <= N
+                         ? workArea(m_iFFTOrder)
+                         : nullptr;
+    if (work == nullptr) {
         zeroFloats(pfOut, 2 * n);
         return -1;
     }
@@ -155,30 +188,28 @@ int CSERVICE_OVERLAP_HRTF::_process(float *pfIn, int n, float *pfOut) {
     }
     m_iInputWritten = n;
     m_iInputHeld = n;
-    ippsFFTFwd_RToCCS_32f(m_pfInput, m_pfInputSpectrum, m_pFFTSpec, nullptr);
+    const IppsFFTSpec_R_32f *spec = work->spec;
+    float *spectrum = work->spectrum;
+    float *product = work->product;
+    float *time = work->time;
+    ippsFFTFwd_RToCCS_32f(m_pfInput, spectrum, spec, nullptr);
 
-    // One product and inverse at a time, in one pair of buffers for both ears. The products
-    // of the zero-frequency and the highest bin are those of two reals (their imaginary
-    // parts are zero, and the inverse takes them as zero).
+    // One ear at a time. The products of the zero-frequency and the highest bin are those of
+    // two reals (their imaginary parts are zero, and the inverse takes them as zero).
     const int iPairs = N / 2 + 1;
-    qk::simd::MultiplyPairs(m_pfProduct, m_pfInputSpectrum, m_pfSpectrumLeft, iPairs);
-    ippsFFTInv_CCSToR_32f(m_pfProduct, m_pfTime, m_pFFTSpec, nullptr);
-    sumAndShift(m_pfTime, m_pfOverlapLeft, pfOut, n, N, m_iZeroFromLeft);
-    qk::simd::MultiplyPairs(m_pfProduct, m_pfInputSpectrum, m_pfSpectrumRight, iPairs);
-    ippsFFTInv_CCSToR_32f(m_pfProduct, m_pfTime, m_pFFTSpec, nullptr);
-    sumAndShift(m_pfTime, m_pfOverlapRight, pfOut + n, n, N, m_iZeroFromRight);
+    qk::simd::MultiplyPairs(product, spectrum, m_pfSpectrumLeft, iPairs);
+    ippsFFTInv_CCSToR_32f(product, time, spec, nullptr);
+    sumAndShift(time, m_pfOverlapLeft, pfOut, n, N, m_iZeroFromLeft);
+    qk::simd::MultiplyPairs(product, spectrum, m_pfSpectrumRight, iPairs);
+    ippsFFTInv_CCSToR_32f(product, time, spec, nullptr);
+    sumAndShift(time, m_pfOverlapRight, pfOut + n, n, N, m_iZeroFromRight);
     return 0;
 }
 
 int CSERVICE_OVERLAP_HRTF::_quit() {
-    ippsFFTFree_R_32f(m_pFFTSpec);
-    m_pFFTSpec = nullptr;
     m_pfSpectrumLeft.Reset();
     m_pfSpectrumRight.Reset();
     m_pfInput.Reset();
-    m_pfInputSpectrum.Reset();
-    m_pfProduct.Reset();
-    m_pfTime.Reset();
     m_iInputWritten = 0;
     m_iInputHeld = 0;
     return 0;

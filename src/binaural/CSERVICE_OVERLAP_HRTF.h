@@ -1,6 +1,8 @@
 // Whole-filter fast convolution of one mono block with a left and a right response: one
 // forward transform of the padded block and one product and inverse transform per ear, with
-// no partitioning of the response, whatever the block length.
+// no partitioning of the response, whatever the block length. The transforms and the buffers
+// that hold nothing from one block to the next belong to the thread, shared by all its
+// convolvers of the same transform length.
 //
 // The running overlap of each ear lives in a buffer apart from the spectra: _quit leaves it
 // alone and _init only grows it, so that a change of response during play keeps the
@@ -38,8 +40,7 @@ class CSERVICE_OVERLAP_HRTF : public CSERVICE {
     }
     // Forgets the last input, so that LastInput tells of a block still to come.
     void ForgetInput() { m_iInputHeld = 0; }
-    // Drops the spectra, the work buffers and the transform, but not the overlap buffers.
-    // Returns 0.
+    // Drops the spectra and the input buffer, but not the overlap buffers. Returns 0.
     int _quit() override;
 
     // Makes buffer hold at least iWanted floats: a missing one is made and zeroed, a shorter one
@@ -55,15 +56,11 @@ class CSERVICE_OVERLAP_HRTF : public CSERVICE {
     int m_iLength = 0;            // taps of the responses in use
     CIppBuffer m_pfSpectrumLeft;  // N + 2 floats, CCS layout
     CIppBuffer m_pfSpectrumRight;
-    IppsFFTSpec_R_32f *m_pFFTSpec = nullptr;  // owned
-    CIppBuffer m_pfOverlapLeft;               // running overlap of the left ear
+    CIppBuffer m_pfOverlapLeft;   // running overlap of the left ear
     int m_iOverlapLeftSize = 0;
     CIppBuffer m_pfOverlapRight;
     int m_iOverlapRightSize = 0;
-    CIppBuffer m_pfInput;          // padded block, N floats
-    CIppBuffer m_pfInputSpectrum;  // its spectrum, N + 2 floats
-    CIppBuffer m_pfProduct;        // one ear's product, N + 2 floats
-    CIppBuffer m_pfTime;           // its inverse transform, N floats
+    CIppBuffer m_pfInput;         // padded block, N floats
 
   private:
     int m_iInputWritten = 0;  // leading floats of m_pfInput that may be non-zero
