@@ -134,7 +134,16 @@ int CService_HRTF::ReInitialize(int iAzimuth, int iElevation, int iSampleRate) {
         m_pHelper->ResponseSlots(static_cast<float>(iAzimuth), static_cast<float>(iElevation),
                                  m_iNewLeftSlot, m_iNewRightSlot);
     if (m_bNewFromTable) {
-        m_bReInitialize = 1;
+        // A move within the same measured direction changes nothing: the filter in use stays,
+        // without a cross-fade between two equal filters. Anything waiting is dropped, as a
+        // later response would replace it.
+        const int iPartition = m_Partitioned.PartitionLength();
+        const std::shared_ptr<const CHRTFFilterBank> table =
+            iPartition > 0 && !m_Partitioned.Fading() ? m_pHelper->Spectra(iPartition) : nullptr;
+        const bool bSame =
+            table != nullptr && m_Partitioned.InUse(*table, m_iNewLeftSlot, m_iNewRightSlot);
+        m_bReInitialize = bSame ? 0 : 1;
+        m_bNewFromTable = !bSame;
         return 0;
     }
     if (m_pHelper->GetHRTF(m_pfLeft, m_pfRight, m_iNewLength, static_cast<float>(iAzimuth),
