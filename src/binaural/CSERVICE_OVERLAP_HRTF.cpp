@@ -173,9 +173,8 @@ int CSERVICE_OVERLAP_HRTF::_process(float *pfIn, int n, float *pfOut) {
         return -1;
     }
     const int N = m_iFFTLength;
-    WorkArea *work = m_pfSpectrumLeft != nullptr && pfIn != nullptr && n <= N
-                         ? workArea(m_iFFTOrder)
-                         : nullptr;
+    WorkArea *work =
+        m_pfSpectrumLeft != nullptr && pfIn != nullptr && n <= N ? workArea(m_iFFTOrder) : nullptr;
     if (work == nullptr) {
         zeroFloats(pfOut, 2 * n);
         return -1;

@@ -56,11 +56,11 @@ class CSERVICE_OVERLAP_HRTF : public CSERVICE {
     int m_iLength = 0;            // taps of the responses in use
     CIppBuffer m_pfSpectrumLeft;  // N + 2 floats, CCS layout
     CIppBuffer m_pfSpectrumRight;
-    CIppBuffer m_pfOverlapLeft;   // running overlap of the left ear
+    CIppBuffer m_pfOverlapLeft;  // running overlap of the left ear
     int m_iOverlapLeftSize = 0;
     CIppBuffer m_pfOverlapRight;
     int m_iOverlapRightSize = 0;
-    CIppBuffer m_pfInput;         // padded block, N floats
+    CIppBuffer m_pfInput;  // padded block, N floats
 
   private:
     int m_iInputWritten = 0;  // leading floats of m_pfInput that may be non-zero
