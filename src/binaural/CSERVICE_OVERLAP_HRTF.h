@@ -1,10 +1,12 @@
 // Whole-filter fast convolution of one mono block with a left and a right response: one
 // forward transform of the padded block and one product and inverse transform per ear, with
-// no partitioning of the response, whatever the block length.
+// no partitioning of the response, whatever the block length. The transforms and the buffers
+// that hold nothing from one block to the next belong to the thread, shared by all its
+// convolvers of the same transform length.
 //
-// The running overlap of each ear and the tail of the last block live in buffers apart from
-// the spectra: _quit leaves them alone and _init only grows them, so that a change of response
-// during play keeps the convolution that is already sounding.
+// The running overlap of each ear lives in a buffer apart from the spectra: _quit leaves it
+// alone and _init only grows it, so that a change of response during play keeps the
+// convolution that is already sounding.
 #pragma once
 
 #include "binaural/CSERVICE.h"
@@ -31,8 +33,14 @@ class CSERVICE_OVERLAP_HRTF : public CSERVICE {
     // survives each shift, which is what limits the audible length of a response longer than
     // N - 2n. Returns 0, or -1 with a silent block when nothing is in use or n exceeds N.
     virtual int _process(float *pfIn, int n, float *pfOut);
-    // Drops the spectra, the work buffers and the transform, but not the overlap and tail
-    // buffers. Returns 0.
+    // The n input samples of the last _process, which the convolver keeps until its next
+    // _process, _init or _quit; null when that block wasn't taken in or had another length.
+    const float *LastInput(int n) const {
+        return m_iInputHeld == n && n > 0 ? m_pfInput.get() : nullptr;
+    }
+    // Forgets the last input, so that LastInput tells of a block still to come.
+    void ForgetInput() { m_iInputHeld = 0; }
+    // Drops the spectra and the input buffer, but not the overlap buffers. Returns 0.
     int _quit() override;
 
     // Makes buffer hold at least iWanted floats: a missing one is made and zeroed, a shorter one
@@ -40,30 +48,25 @@ class CSERVICE_OVERLAP_HRTF : public CSERVICE {
     // follows the floats held. Returns 0.
     static int _adjustDataBuffer(CIppBuffer &buffer, int &iSize, int iWanted);
 
-    // Silences the running convolution: the overlap and tail buffers are zeroed.
+    // Silences the running convolution: the overlap buffers are zeroed.
     void ClearHistory();
 
     int m_iFFTLength = 0;         // N, a power of two; 0 before the first _init
     int m_iFFTOrder = 0;          // log2 N
     int m_iLength = 0;            // taps of the responses in use
-    CIppBuffer m_pfSpectrumLeft;  // N floats, Pack layout
+    CIppBuffer m_pfSpectrumLeft;  // N + 2 floats, CCS layout
     CIppBuffer m_pfSpectrumRight;
-    IppsFFTSpec_R_32f *m_pFFTSpec = nullptr;  // owned
-    CIppBuffer m_pfOverlapLeft;               // running overlap of the left ear
+    CIppBuffer m_pfOverlapLeft;  // running overlap of the left ear
     int m_iOverlapLeftSize = 0;
     CIppBuffer m_pfOverlapRight;
     int m_iOverlapRightSize = 0;
-    CIppBuffer m_pfInput;          // padded block, N floats
-    CIppBuffer m_pfInputSpectrum;  // its spectrum
-    CIppBuffer m_pfProductLeft;    // per block, N floats each
-    CIppBuffer m_pfTimeLeft;
-    CIppBuffer m_pfProductRight;
-    CIppBuffer m_pfTimeRight;
-    CIppBuffer m_pfTailLeft;  // tail of the current block, left
-    int m_iTailLeftSize = 0;
-    CIppBuffer m_pfTailRight;
-    int m_iTailRightSize = 0;
+    CIppBuffer m_pfInput;  // padded block, N floats
 
   private:
     int m_iInputWritten = 0;  // leading floats of m_pfInput that may be non-zero
+    int m_iInputHeld = 0;     // frames of the last block that m_pfInput holds; 0: none
+    // Each ear's overlap is zero from this index to the end of its buffer, so the block
+    // neither reads nor clears what is known to be zero.
+    int m_iZeroFromLeft = 0;
+    int m_iZeroFromRight = 0;
 };

@@ -194,6 +194,13 @@ int CSERVICE_PARTITIONED_HRTF::SetResponseSpectra(std::shared_ptr<const CHRTFFil
     return 0;
 }
 
+bool CSERVICE_PARTITIONED_HRTF::InUse(const CHRTFFilterBank &table, int iLeft, int iRight) const {
+    const Filter &current = m_filters[m_iCurrent];
+    return !m_bWaiting && current.table.get() == &table && iLeft >= 0 && iRight >= 0 &&
+           iLeft < table.Slots() && iRight < table.Slots() && current.left == table.Slot(iLeft) &&
+           current.right == table.Slot(iRight);
+}
+
 void CSERVICE_PARTITIONED_HRTF::ClearHistory() {
     if (m_pfWindow != nullptr) {
         ippsZero_32f(m_pfWindow, m_iFFTLength);

@@ -65,6 +65,9 @@ class CSERVICE_PARTITIONED_HRTF : public CSERVICE {
     void AccumulateBlock(CFrequencyMix &mix, float fGain, int iFrom, int iTo) const;
     void EndBlock();
     bool Fading() const { return m_bWaiting; }
+    // True when the filter in use is slots iLeft and iRight of this table and no other waits:
+    // a response made of them would change nothing.
+    bool InUse(const CHRTFFilterBank &table, int iLeft, int iRight) const;
     // Drops everything. Returns 0.
     int _quit() override;
     // Silences the running convolution.

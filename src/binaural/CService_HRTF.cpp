@@ -1,13 +1,24 @@
 #include "binaural/CService_HRTF.h"
 
 #include <cstring>
-#include <vector>
 
 #include "binaural/CHELPER_HRTF.h"
 #include "dsp/IppBuffer.h"
 #include "platform/Archive.h"
+#include "platform/Vectorize.h"
 
 QK_IMPLEMENT_SERIAL(CService_HRTF)
+
+namespace {
+// pfDest += pfSrc * fGain. A level of 1 multiplies exactly, so this is the sum of the scaled
+// copy whatever the level.
+QK_VECTORIZE_WIDE void addScaled(const float *__restrict pfSrc, float *__restrict pfDest, int n,
+                                 float fGain) {
+    for (int i = 0; i < n; ++i) {
+        pfDest[i] += pfSrc[i] * fGain;
+    }
+}
+}  // namespace
 
 CService_HRTF::CService_HRTF() {
     m_strName = "HRTF";
@@ -123,7 +134,16 @@ int CService_HRTF::ReInitialize(int iAzimuth, int iElevation, int iSampleRate) {
         m_pHelper->ResponseSlots(static_cast<float>(iAzimuth), static_cast<float>(iElevation),
                                  m_iNewLeftSlot, m_iNewRightSlot);
     if (m_bNewFromTable) {
-        m_bReInitialize = 1;
+        // A move within the same measured direction changes nothing: the filter in use stays,
+        // without a cross-fade between two equal filters. Anything waiting is dropped, as a
+        // later response would replace it.
+        const int iPartition = m_Partitioned.PartitionLength();
+        const std::shared_ptr<const CHRTFFilterBank> table =
+            iPartition > 0 && !m_Partitioned.Fading() ? m_pHelper->Spectra(iPartition) : nullptr;
+        const bool bSame =
+            table != nullptr && m_Partitioned.InUse(*table, m_iNewLeftSlot, m_iNewRightSlot);
+        m_bReInitialize = bSame ? 0 : 1;
+        m_bNewFromTable = !bSame;
         return 0;
     }
     if (m_pHelper->GetHRTF(m_pfLeft, m_pfRight, m_iNewLength, static_cast<float>(iAzimuth),
@@ -158,6 +178,7 @@ int CService_HRTF::RenderCurrent(float *pfIn, int n, float *pfOut) {
 }
 
 int CService_HRTF::_process(float *pfIn, int n, int) {
+    m_Overlap.ForgetInput();
     if (m_pHelper == nullptr || pfIn == nullptr || n < 1) {
         return -1;
     }
@@ -231,27 +252,39 @@ int CService_HRTF::ProcessIntoMix(float *pfIn, int n, CFrequencyMix &mix, float 
 // advanced the overlap, and the second pass adds the next block's share of the old tail once
 // more; that is how the change has always sounded, and it stays.
 void CService_HRTF::CrossFade(float *pfIn, int n) {
-    const size_t iBlock = 2 * static_cast<size_t>(n);
-    std::vector<float> a(iBlock);
-    std::vector<float> b(iBlock);
-    std::vector<float> ramp(static_cast<size_t>(n));
-    RenderCurrent(pfIn, n, a.data());
+    const int iBlock = 2 * n;
+    if (m_pfFadeOld.size() < iBlock) {
+        m_pfFadeOld.Allocate(iBlock);
+        m_pfFadeNew.Allocate(iBlock);
+        m_pfFadeRamp.Allocate(n);
+    }
+    float *a = m_pfFadeOld;
+    float *b = m_pfFadeNew;
+    float *ramp = m_pfFadeRamp;
+    RenderCurrent(pfIn, n, a);
     m_iLength = m_iNewLength;
     if (m_sMethod == "FIR") {
         FreeFIR();
     }
     TakeIntoUse(n);
     m_iLengthInUse = m_iLength;
-    RenderCurrent(pfIn, n, b.data());
+    RenderCurrent(pfIn, n, b);
 
-    Ramp(ramp.data(), n, 1.0, 0.0);
-    ippsMul_32f_I(ramp.data(), a.data(), n);
-    ippsMul_32f_I(ramp.data(), a.data() + n, n);
-    Ramp(ramp.data(), n, 0.0, 1.0);
-    ippsMul_32f_I(ramp.data(), b.data(), n);
-    ippsMul_32f_I(ramp.data(), b.data() + n, n);
-    ippsAdd_32f(a.data(), b.data(), m_pfData, 2 * n);
+    Ramp(ramp, n, 1.0, 0.0);
+    ippsMul_32f_I(ramp, a, n);
+    ippsMul_32f_I(ramp, a + n, n);
+    Ramp(ramp, n, 0.0, 1.0);
+    ippsMul_32f_I(ramp, b, n);
+    ippsMul_32f_I(ramp, b + n, n);
+    ippsAdd_32f(a, b, m_pfData, 2 * n);
     m_bReInitialize = 0;
+}
+
+void CService_HRTF::AddInto(float *pfDest, int n, float fGain) const {
+    const float *pfBlock = m_pfData;
+    if (pfDest != nullptr && pfBlock != nullptr && 2 * n <= m_iDataLength) {
+        addScaled(pfBlock, pfDest, 2 * n, fGain);
+    }
 }
 
 void CService_HRTF::Ramp(float *pf, int n, double a, double b) {

@@ -52,6 +52,14 @@ class CService_HRTF : public CSERVICE {
     int ReInitializeExternal(const float *pfLeft, const float *pfRight, int iLength);
     // Renders n samples of pfIn into m_pfData (2n floats). -1 without a set, else 0.
     int _process(float *pfIn, int n, int iUnused) override;
+    // Adds the block of the last _process (2n floats of m_pfData) times fGain to pfDest: the
+    // same sums, to the bit, as copying it out scaled and adding the copy.
+    void AddInto(float *pfDest, int n, float fGain) const;
+    // The n input samples of the last _process when the convolver keeps them until the next
+    // one (the whole-filter method does), else null.
+    const float *LastInput(int n) const {
+        return m_sMethod == kOverlap ? m_Overlap.LastInput(n) : nullptr;
+    }
     // The "PARTITIONED" method's block added, times fGain, into a listener's spectrum sums
     // instead of m_pfData. -1, with nothing added, for another method, without a set, or when
     // the mix can't take it; the caller then renders with _process.
@@ -104,6 +112,7 @@ class CService_HRTF : public CSERVICE {
     int m_iState = 1;         // cleared when _init finds no response
 
     static constexpr const char *kPartitioned = "PARTITIONED";
+    static constexpr const char *kOverlap = "OVERLAP";
 
   private:
     // Renders a block with the filter in use; 0, or -1 when there is none.
@@ -116,4 +125,9 @@ class CService_HRTF : public CSERVICE {
     void TakeWaitingResponse(int n);
     // Renders the waiting response's block: old filter faded out, new faded in.
     void CrossFade(float *pfIn, int n);
+
+    // The cross-fade's blocks and ramp, kept from one fade to the next.
+    CIppBuffer m_pfFadeOld;
+    CIppBuffer m_pfFadeNew;
+    CIppBuffer m_pfFadeRamp;
 };

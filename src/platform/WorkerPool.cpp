@@ -8,6 +8,10 @@ namespace qk {
 
 namespace {
 constexpr std::chrono::microseconds kSpin(50);
+// Runs in a row with a long wait for the workers before they sit out, and how many Runs
+// they then sit out (a few dozen blocks; the trial that follows costs little).
+constexpr int kStrikes = 3;
+constexpr int kSitOut = 64;
 }  // namespace
 
 CWorkerPool::CWorkerPool(int iThreads) {
@@ -88,12 +92,18 @@ void CWorkerPool::Run(int iCount, Task task, void *context) {
     if (iCount < 1) {
         return;
     }
-    if (m_workers.empty() || iCount == 1) {
+    if (m_workers.empty() || iCount == 1 || m_iSitOut > 0) {
+        if (m_iSitOut > 0 && iCount > 1) {
+            --m_iSitOut;
+            ++m_lRunsAlone;
+        }
         for (int i = 0; i < iCount; ++i) {
             task(context, i);
         }
         return;
     }
+    using Clock = std::chrono::steady_clock;
+    const auto start = Clock::now();
     unsigned generation = 0;
     {
         std::lock_guard<std::mutex> guard(m_mutex);
@@ -107,13 +117,26 @@ void CWorkerPool::Run(int iCount, Task task, void *context) {
     }
     m_wake.notify_all();
     TakeIndices(generation, task, context, iCount);
-    const auto spinUntil = std::chrono::steady_clock::now() + kSpin;
-    while (m_iLeft.load(std::memory_order_acquire) != 0 &&
-           std::chrono::steady_clock::now() < spinUntil) {
+    const auto ownDone = Clock::now();
+    const auto spinUntil = ownDone + kSpin;
+    while (m_iLeft.load(std::memory_order_acquire) != 0 && Clock::now() < spinUntil) {
         std::this_thread::yield();
     }
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_done.wait(lock, [this] { return m_iLeft.load(std::memory_order_acquire) == 0; });
+    if (m_iLeft.load(std::memory_order_acquire) != 0) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_done.wait(lock, [this] { return m_iLeft.load(std::memory_order_acquire) == 0; });
+    }
+    // A wait for the workers beyond a quarter of the caller's own share means they cost more
+    // than they gave; a few such Runs in a row and they sit out for a while.
+    const auto waited = Clock::now() - ownDone;
+    if (waited * 4 > ownDone - start && waited > kSpin) {
+        if (++m_iStrikes >= kStrikes) {
+            m_iStrikes = 0;
+            m_iSitOut = kSitOut;
+        }
+    } else {
+        m_iStrikes = 0;
+    }
 }
 
 }  // namespace qk

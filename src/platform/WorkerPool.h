@@ -2,6 +2,13 @@
 // 0 .. count-1 to the workers and to the calling thread, and returns when every index is done.
 // Which thread takes which index is left to chance, so work given out this way must not
 // depend on it. Workers sleep while nothing is given out. Run allocates nothing.
+//
+// The calling thread takes whatever the workers haven't claimed, but an index a worker has
+// claimed waits for that worker. On a machine whose cores other processes also use, a worker
+// is now and then taken off its core in the middle of an index, and the caller waits for it
+// far longer than the worker saved it. When that happens in several Runs in a row, the
+// workers sit out the next Runs, which the caller then does alone, and are tried again after
+// them.
 #pragma once
 
 #include <atomic>
@@ -26,6 +33,8 @@ class CWorkerPool {
     // calling thread, and returns when all calls have returned. One Run at a time.
     void Run(int iCount, Task task, void *context);
     int Threads() const { return static_cast<int>(m_workers.size()) + 1; }
+    // Runs that the caller did alone because the workers sat out; for the benchmarks.
+    long RunsAlone() const { return m_lRunsAlone; }
 
     // The default count: QK_THREADS when it names one (1 to 64), else the machine's cores.
     static int DefaultThreads();
@@ -50,6 +59,11 @@ class CWorkerPool {
     std::atomic<unsigned long long> m_next{0};
     std::atomic<int> m_iLeft{0};         // indices of the current Run not yet done
     std::atomic<unsigned> m_uPosted{0};  // m_uGeneration, for the workers' spin
+    // On the calling thread only: Runs in a row in which the caller waited for the workers
+    // longer than a quarter of its own share, and Runs the workers still sit out.
+    int m_iStrikes = 0;
+    int m_iSitOut = 0;
+    long m_lRunsAlone = 0;
 };
 
 }  // namespace qk

@@ -94,6 +94,8 @@ void CQUENDARIC_Object_Source_Sound::Terminate() {
     if (m_iInitialized == 0) {
         return;
     }
+    SettleBlock();  // before the convolver's block goes; the mono block is cleared anyway
+    m_iMonoHeld = 0;
     m_pfMono.Reset();
     m_HRTF._quit();
     Terminate_LatePart(&m_ReverbL, &m_ReverbR);
@@ -106,6 +108,7 @@ void CQUENDARIC_Object_Source_Sound::Terminate() {
 
 int CQUENDARIC_Object_Source_Sound::_process(int n, int iRate) {
     m_bPhased = false;
+    SettleHeld(n, iRate);
     const int iResult = Prepare(n, iRate);
     m_bPrepared = iResult == 0;
     FinishBlock(n);
@@ -114,6 +117,7 @@ int CQUENDARIC_Object_Source_Sound::_process(int n, int iRate) {
 
 int CQUENDARIC_Object_Source_Sound::PrepareBlock(int n, int iRate) {
     m_bPhased = true;
+    SettleHeld(n, iRate);
     m_bPrepared = Prepare(n, iRate) == 0;
     return m_bPrepared ? 0 : -1;
 }
@@ -141,11 +145,60 @@ void CQUENDARIC_Object_Source_Sound::FinishBlock(int n) {
             m_HRTF.EndIntoMix();
         }
     } else {
-        // A plain sum: no level per source.
+        // A plain sum, taken straight from the convolver with the level when it holds the
+        // block.
         m_pSink->_adjustDataBuffer(2 * n);
-        qk::AddBlock(m_pfData, m_pSink->m_pfData, 2 * n);
+        if (m_iBlockHeld == n) {
+            m_HRTF.AddInto(m_pSink->m_pfData, n, m_fBlockGain);
+        } else {
+            qk::AddBlock(m_pfData, m_pSink->m_pfData, 2 * n);
+        }
     }
     m_bPhased = false;
+}
+
+// A block that doesn't render the 3-D path may mix the object's block as the last block left
+// it, and route its mono block, and a new format starts from a new convolver: what the
+// convolver holds is copied out first.
+void CQUENDARIC_Object_Source_Sound::SettleHeld(int n, int iRate) {
+    if (m_iBlockHeld == 0 && m_iMonoHeld == 0) {
+        return;
+    }
+    const CQUENDARIC_PARAMETERS *p = m_pParameters;
+    if (p != nullptr && p->m_i3DAudio == 1 && n == m_iBlock && iRate == m_iRate &&
+        m_iBits == kObjectBits && m_iConvolutionInUse == p->m_iConvolution) {
+        return;
+    }
+    SettleBlock();
+    SettleMono();
+}
+
+void CQUENDARIC_Object_Source_Sound::SettleBlock() {
+    const int n = m_iBlockHeld;
+    m_iBlockHeld = 0;
+    if (n == 0 || m_HRTF.m_pfData == nullptr || 2 * n > m_HRTF.m_iDataLength ||
+        2 * n > m_iDataLength) {
+        return;
+    }
+    if (m_fBlockGain == 1.0f) {
+        copyFloats(m_HRTF.m_pfData, m_pfData, 2 * n);
+    } else {
+        qk::CopyScaled(m_HRTF.m_pfData, m_pfData, 2 * n, m_fBlockGain);
+    }
+}
+
+void CQUENDARIC_Object_Source_Sound::SettleMono() {
+    const int n = m_iMonoHeld;
+    m_iMonoHeld = 0;
+    const float *pfHeld = n > 0 ? m_HRTF.LastInput(n) : nullptr;
+    if (pfHeld != nullptr && m_pfMono != nullptr && n <= m_pfMono.size()) {
+        copyFloats(pfHeld, m_pfMono, n);
+    }
+}
+
+bool CQUENDARIC_Object_Source_Sound::BorrowsMono() const {
+    return m_pParameters->m_i3DAudio == 1 && m_pParameters->m_iSplitBands == 0 &&
+           m_HRTF.m_sMethod == CService_HRTF::kOverlap;
 }
 
 int CQUENDARIC_Object_Source_Sound::Prepare(int n, int iRate) {
@@ -208,56 +261,66 @@ float *CQUENDARIC_Object_Source_Sound::Channel(const CIppBuffer &block, int k, i
 }
 
 // Selection by the sound's channels and the selector. Whatever it doesn't select leaves
-// m_pfMono as the last block left it.
+// m_pfMono as the last block left it. A channel taken whole that goes to the whole-filter
+// convolver isn't copied: that convolver keeps its input, and m_pfMono is made from there
+// only when a later block reads it.
 void CQUENDARIC_Object_Source_Sound::FetchMono(int n, int iSelector) {
     const CSOURCE &source = *m_pSSS_Source;
     const int iChannels = source.m_iSource_Channels;
     float *pfMono = m_pfMono;
+    m_pfBlockMono = pfMono;
     if (iChannels == 0) {
         // Shown in each block, on purpose: a source that delivers no channels is a fault of
         // the program that feeds it.
         qk::Report("m_pSSS_Source->m_iSource_Channels = 0! Why?", kCaption, qk::Severity::Error);
+        SettleMono();
         return;
     }
     if (iChannels < 0 || pfMono == nullptr) {
+        SettleMono();
         return;
     }
-    const float *pfCh0 = Channel(source.m_pfData, 0, n);
+    float *pfWhole = nullptr;  // a channel taken as it is
+    float *pfCh0 = Channel(source.m_pfData, 0, n);
     if (iChannels == 1) {
-        if (pfCh0 != nullptr) {
-            copyFloats(pfCh0, pfMono, n);
+        pfWhole = pfCh0;
+    } else if (iChannels > 2) {
+        pfWhole = Channel(source.m_pfData, iSelector, n);
+    } else if (const float *pfCh1 = Channel(source.m_pfData, 1, n);
+               pfCh0 != nullptr && pfCh1 != nullptr) {
+        switch (iSelector) {
+            case 0:
+                pfWhole = pfCh0;
+                break;
+            case 1:
+                pfWhole = Channel(source.m_pfData, 1, n);
+                break;
+            case 2:
+                m_iMonoHeld = 0;
+                ippsAdd_32f(pfCh0, pfCh1, pfMono, n);
+                ippsMulC_32f_I(0.5f, pfMono, n);
+                return;
+            case 3:
+                m_iMonoHeld = 0;
+                ippsSub_32f(pfCh1, pfCh0, pfMono, n);  // ch0 - ch1
+                return;
+            case 4:
+                m_iMonoHeld = 0;
+                ippsSub_32f(pfCh0, pfCh1, pfMono, n);  // ch1 - ch0
+                return;
+            default:
+                break;
         }
+    }
+    if (pfWhole == nullptr) {
+        SettleMono();
         return;
     }
-    if (iChannels > 2) {
-        if (const float *pfChannel = Channel(source.m_pfData, iSelector, n)) {
-            copyFloats(pfChannel, pfMono, n);
-        }
-        return;
-    }
-    const float *pfCh1 = Channel(source.m_pfData, 1, n);
-    if (pfCh0 == nullptr || pfCh1 == nullptr) {
-        return;
-    }
-    switch (iSelector) {
-        case 0:
-            copyFloats(pfCh0, pfMono, n);
-            break;
-        case 1:
-            copyFloats(pfCh1, pfMono, n);
-            break;
-        case 2:
-            ippsAdd_32f(pfCh0, pfCh1, pfMono, n);
-            ippsMulC_32f_I(0.5f, pfMono, n);
-            break;
-        case 3:
-            ippsSub_32f(pfCh1, pfCh0, pfMono, n);  // ch0 - ch1
-            break;
-        case 4:
-            ippsSub_32f(pfCh0, pfCh1, pfMono, n);  // ch1 - ch0
-            break;
-        default:
-            break;
+    m_iMonoHeld = 0;
+    if (BorrowsMono()) {
+        m_pfBlockMono = pfWhole;
+    } else {
+        copyFloats(pfWhole, pfMono, n);
     }
 }
 
@@ -441,15 +504,13 @@ void CQUENDARIC_Object_Source_Sound::Terminate_LatePart(CQUENDARIC_Service_Rever
 }
 
 void CQUENDARIC_Object_Source_Sound::Convolve(float *pfIn, int n, int iRate, float fGain) {
+    m_iBlockHeld = 0;
     if (m_HRTF._process(pfIn, n, iRate) != 0 || m_HRTF.m_pfData == nullptr) {
         zeroFloats(m_pfData, 2 * n);
         return;
     }
-    if (fGain == 1.0f) {
-        copyFloats(m_HRTF.m_pfData, m_pfData, 2 * n);
-    } else {
-        qk::CopyScaled(m_HRTF.m_pfData, m_pfData, 2 * n, fGain);
-    }
+    m_iBlockHeld = n;
+    m_fBlockGain = fGain;
 }
 
 // With split bands only the sound's high band passes the HRTF; its low band reaches both ears
@@ -478,11 +539,20 @@ void CQUENDARIC_Object_Source_Sound::Render(int n, int iRate, int iSelector, flo
         // transform, no copy and no mix of this object's own.
         CFrequencyMix &mix = m_pSink->m_Mix;
         m_fSpectrumGain = fGain;
+        float *pfMono = m_pfBlockMono;
         m_bMixedInSpectrum =
-            mix.Active() && (m_bPhased ? m_HRTF.PrepareIntoMix(m_pfMono, n, mix)
-                                       : m_HRTF.ProcessIntoMix(m_pfMono, n, mix, fGain)) == 0;
+            mix.Active() && (m_bPhased ? m_HRTF.PrepareIntoMix(pfMono, n, mix)
+                                       : m_HRTF.ProcessIntoMix(pfMono, n, mix, fGain)) == 0;
         if (!m_bMixedInSpectrum) {
-            Convolve(m_pfMono, n, iRate, fGain);
+            Convolve(pfMono, n, iRate, fGain);
+        }
+        if (pfMono != m_pfMono.get()) {
+            // A channel rendered as it is: m_pfMono is the convolver's copy, or made now.
+            if (m_HRTF.LastInput(n) != nullptr) {
+                m_iMonoHeld = n;
+            } else {
+                copyFloats(pfMono, m_pfMono, n);
+            }
         }
         return;
     }
@@ -490,10 +560,11 @@ void CQUENDARIC_Object_Source_Sound::Render(int n, int iRate, int iSelector, flo
     float *pfHigh = Channel(source.m_pfBreakHigh, iSelector, n);
     const float *pfLow = Channel(source.m_pfBreakLow, iSelector, n);
     if (pfHigh == nullptr || pfLow == nullptr) {
-        Convolve(m_pfMono, n, iRate, fGain);
+        Convolve(m_pfBlockMono, n, iRate, fGain);
         return;
     }
     Convolve(pfHigh, n, iRate, 1.0f);
+    SettleBlock();
     qk::AddBlock(pfLow, m_pfData, n);
     qk::AddBlock(pfLow, m_pfData + n, n);
     if (fGain != 1.0f) {

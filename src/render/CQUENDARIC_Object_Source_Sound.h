@@ -71,13 +71,29 @@ class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
     bool m_bPhased = false;
     float m_fSpectrumGain = 1.0f;  // the level the phased block adds to the sums with
     bool m_bPrepared = false;      // the block was rendered and waits to be finished
+    // The block's mono signal: m_pfMono, or a sound's channel taken as it is.
+    float *m_pfBlockMono = nullptr;
+    // Copies that aren't made unless a later block reads them. While m_iBlockHeld is a block
+    // length, m_pfData is the convolver's block (of that many frames) times m_fBlockGain;
+    // while m_iMonoHeld is, m_pfMono is the convolver's copy of its last input.
+    int m_iBlockHeld = 0;
+    float m_fBlockGain = 1.0f;
+    int m_iMonoHeld = 0;
 
   private:
     // Everything of a block but what touches the listener; 0, or -1 as _process.
     int Prepare(int n, int iRate);
     // The channel selector of the settings' channel mode, or -1.
     int ChannelSelector() const;
+    // Points m_pfBlockMono at the block's mono signal.
     void FetchMono(int n, int iSelector);
+    // True when a channel taken whole may be rendered without a copy to m_pfMono.
+    bool BorrowsMono() const;
+    // m_pfData and m_pfMono made from the convolver's copies, where they are held there.
+    void SettleBlock();
+    void SettleMono();
+    // Both, unless the block about to be rendered takes the same path in the same format.
+    void SettleHeld(int n, int iRate);
     void RouteStraight(int n, int iSelector);
     // Follows moves of the listener and of the world's entry; true when a rebuild is due.
     bool FollowMoves(int iRate);
@@ -91,8 +107,9 @@ class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
     float DirectPathLevel();
     // The head-motion wobble of the direct path.
     void HeadMotion(int n, int iRate);
-    // Convolves pfIn into m_pfData at the level fGain; a convolver that can't render leaves
-    // silence.
+    // Convolves pfIn at the level fGain; the block stays in the convolver (m_iBlockHeld) until
+    // FinishBlock adds it or SettleBlock copies it. A convolver that can't render leaves
+    // silence in m_pfData.
     void Convolve(float *pfIn, int n, int iRate, float fGain);
     // The planar channel k of n frames of a sound's block, or null when the block is short.
     static float *Channel(const CIppBuffer &block, int k, int n);

@@ -117,6 +117,34 @@ TEST_P(HrtfService, RendersTheDirectionAndCrossFadesOneBlockOnAChange) {
 
 INSTANTIATE_TEST_SUITE_P(Methods, HrtfService, testing::Values("OVERLAP", "FIR", "PARTITIONED"));
 
+// The partitioned method takes a measured direction from the set's shared spectra. Asking
+// again for the direction in use, once it is in use, is no change: no cross-fade, and a
+// response still waiting gives way to it. Another direction still fades.
+TEST(CService_HRTF, PartitionedKeepsTheFilterWhenTheDirectionStays) {
+    auto set = twoDirectionSet();
+    CService_HRTF service;
+    service.m_pHelper = set.get();
+    service.m_sMethod = CService_HRTF::kPartitioned;
+    std::vector<float> x = qktest::Noise(kBlock, 22);
+    ASSERT_EQ(service._init(kBlock, kRate), 0);
+    ASSERT_EQ(service.ReInitialize(90, 0, kRate), 0);
+    ASSERT_EQ(service._process(x.data(), kBlock, 0), 0);  // fades to the set's spectra
+    ASSERT_EQ(service.ReInitialize(90, 0, kRate), 0);
+    EXPECT_EQ(service.m_bReInitialize, 0);
+    ASSERT_EQ(service.ReInitialize(0, 0, kRate), 0);
+    EXPECT_EQ(service.m_bReInitialize, 1);
+    ASSERT_EQ(service.ReInitialize(90, 0, kRate), 0);
+    EXPECT_EQ(service.m_bReInitialize, 0);
+    const std::vector<float> newL = slot(2);
+    ASSERT_EQ(service._process(x.data(), kBlock, 0), 0);
+    std::vector<float> twice(2 * static_cast<size_t>(kBlock));
+    std::copy(x.begin(), x.end(), twice.begin());
+    std::copy(x.begin(), x.end(), twice.begin() + kBlock);
+    for (int j = 0; j < kBlock; ++j) {
+        ASSERT_NEAR(service.m_pfData[j], convolveAt(twice, newL, kBlock + j), kTolerance) << j;
+    }
+}
+
 TEST(CService_HRTF, FailuresWithoutSetOrMeasurement) {
     qktest::ReportCatcher reports;
     CService_HRTF service;

@@ -236,3 +236,29 @@ TEST_F(SoundObject, ThreeDAudioTwoIsSilent) {
         ASSERT_EQ(listener.m_pfData[i], 0.0f);
     }
 }
+
+// A block that selects no channel takes the mono signal and the object's block as the last
+// block left them, though the whole-filter path renders a channel without copying it and
+// adds its block to the listener's without a copy of its own.
+TEST_F(SoundObject, ABlockThatSelectsNothingTakesTheLastRenderedOnes) {
+    const int n = 256;
+    object->Move(at(2, 0, 0));  // a level of a half
+    const std::vector<float> a = qktest::Noise(n, 32);
+    const std::vector<float> b = qktest::Noise(n, 33);
+    sound.Set(n, {a, b});
+    object->m_iAudioLink = 0;
+    Block(n);
+    Block(n);
+    sound.Set(n, {b, a});
+    object->m_iAudioLink = 7;
+    Block(n);  // 3-D audio renders the last mono signal again
+    for (int i = 0; i < n; ++i) {
+        ASSERT_EQ(object->m_pfMono[i], a[static_cast<size_t>(i)]) << i;
+    }
+    const std::vector<float> rendered(listener.m_pfData.get(), listener.m_pfData.get() + 2 * n);
+    params.m_i3DAudio = 0;
+    Block(n);  // straight routing mixes the last block again
+    for (int i = 0; i < 2 * n; ++i) {
+        ASSERT_EQ(listener.m_pfData[i], rendered[static_cast<size_t>(i)]) << i;
+    }
+}
