@@ -517,21 +517,8 @@ void CQUENDARIC_Object_Source_Sound::Convolve(float *pfIn, int n, int iRate, flo
 // unchanged. A sound that has no bands for the selector renders its mono signal whole.
 void CQUENDARIC_Object_Source_Sound::Render(int n, int iRate, int iSelector, float fGain) {
     const CQUENDARIC_PARAMETERS &p = *m_pParameters;
-    if (p.m_iOneReverb == 0 && p.m_iSFM == 2) {
-        // The room's early response with this source's late part mixed in by the dry level.
-        GetSamples_LatePart(m_pfMono, m_pfData, n, &m_ReverbL, &m_ReverbR, iRate);
-        return;
-    }
-    if (p.m_iOneReverb == 0 && p.m_iSFM == 3) {
-        // One HRTF for the direction, then each ear's reverb: the reverb's output alone.
-        Convolve(m_pfMono, n, iRate, 1.0f);
-        if (m_pfLateScratch.size() < n) {
-            m_pfLateScratch.AllocateZeroed(2 * n);
-        }
-        m_ReverbL.Process(m_pfData, m_pfLateScratch, n);
-        copyFloats(m_pfLateScratch, m_pfData, n);
-        m_ReverbR.Process(m_pfData + n, m_pfLateScratch, n);
-        copyFloats(m_pfLateScratch, m_pfData + n, n);
+    if (p.m_iOneReverb == 0 && (p.m_iSFM == 2 || p.m_iSFM == 3)) {
+        RenderWithLatePart(n, iRate, p.m_iSFM);
         return;
     }
     if (m_pParameters->m_iSplitBands == 0) {
@@ -570,6 +557,31 @@ void CQUENDARIC_Object_Source_Sound::Render(int n, int iRate, int iSelector, flo
     if (fGain != 1.0f) {
         qk::ScaleBlock(m_pfData, 2 * n, fGain);
     }
+}
+
+// Model 2: the room's early response with this source's late part mixed in by the dry level.
+// Model 3: one HRTF for the direction, then each ear's reverb, whose output alone is heard.
+// Either way the object's block holds the result, and m_pfMono the block's mono signal.
+void CQUENDARIC_Object_Source_Sound::RenderWithLatePart(int n, int iRate, int iSFM) {
+    float *pfMono = m_pfBlockMono;
+    if (pfMono != m_pfMono.get()) {
+        copyFloats(pfMono, m_pfMono, n);
+    }
+    m_iMonoHeld = 0;
+    m_iBlockHeld = 0;
+    if (iSFM == 2) {
+        GetSamples_LatePart(m_pfMono, m_pfData, n, &m_ReverbL, &m_ReverbR, iRate);
+        return;
+    }
+    Convolve(m_pfMono, n, iRate, 1.0f);
+    SettleBlock();
+    if (m_pfLateScratch.size() < n) {
+        m_pfLateScratch.AllocateZeroed(2 * n);
+    }
+    m_ReverbL.Process(m_pfData, m_pfLateScratch, n);
+    copyFloats(m_pfLateScratch, m_pfData, n);
+    m_ReverbR.Process(m_pfData + n, m_pfLateScratch, n);
+    copyFloats(m_pfLateScratch, m_pfData + n, n);
 }
 
 float CQUENDARIC_Object_Source_Sound::DirectPathLevel() {

@@ -99,6 +99,7 @@ class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
     bool FollowMoves(int iRate);
     void RebuildResponse(int iRate);
     void DrawGraph(int iRate);
+    void RenderWithLatePart(int n, int iRate, int iSFM);
     void EarlyPartOnly();
     // Renders the block into m_pfData at the level fGain, or into the listener's spectrum
     // sums when it has them and the convolver can.
