@@ -24,12 +24,13 @@ void zeroFloats(float *pf, int n) {
     std::memset(pf, 0, sizeof(float) * static_cast<size_t>(n));
 }
 
-// Models whose block takes the direct path's level by distance. The image and pre-computed
-// models will bring their distance law inside their responses; as long as the library has
-// none of them, they render the direct path, level included.
+// Models whose block takes the direct path's level by distance. The pre-computed set brings
+// its distance law inside its responses; the image model will too, and until the library has
+// it, models 1 and 2 render the direct path, level included.
 bool takesDirectPathLevel(int iSFM) {
-    return iSFM == 0 || iSFM == 1 || iSFM == 2 || iSFM == 4;
+    return iSFM == 0 || iSFM == 1 || iSFM == 2;
 }
+constexpr int kPreComputedModel = 4;
 }  // namespace
 
 CQUENDARIC_Object_Source_Sound::CQUENDARIC_Object_Source_Sound() = default;
@@ -312,10 +313,17 @@ bool CQUENDARIC_Object_Source_Sound::FollowMoves(int iRate) {
     return true;
 }
 
-// Every model takes the direction's HRTF for now: the image and pre-computed models, which
-// would hand in whole binaural responses, aren't part of the library yet.
+// The pre-computed model takes its set's response for the listener's place; the others take
+// the direction's HRTF for now (the image model, which would hand in whole binaural
+// responses, isn't part of the library yet).
 void CQUENDARIC_Object_Source_Sound::RebuildResponse(int iRate) {
-    ReInitializeHRTF(iRate);
+    if (m_pParameters->m_iSFM == kPreComputedModel) {
+        if (m_pParameters->m_iHoldIRs == 0) {
+            ReInitializeBIR_PCIRS();
+        }
+    } else {
+        ReInitializeHRTF(iRate);
+    }
     m_fMotionBase = m_fAzimuth;
 }
 

@@ -10,5 +10,6 @@ int RunPlay(int argc, char **argv);
 int RunBench(int argc, char **argv);
 int RunWorld(int argc, char **argv);
 int RunMaterials(int argc, char **argv);
+int RunPrecompute(int argc, char **argv);
 
 }  // namespace qkcli
