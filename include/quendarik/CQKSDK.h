@@ -271,6 +271,10 @@ class CQKSDK {
     int qk_Research_Get_BOOL(const char *pcKey, int &iValue);
     int qk_Research_Set_INT(const char *pcKey, int iValue);
     int qk_Research_Get_INT(const char *pcKey, int &iValue);
+    // "GRAPH_DIR": the folder where each rebuilt room response is drawn as an SVG file while
+    // "GRAPH_BIR" is set (empty: the working folder). -1 for an unknown key or a null value.
+    int qk_Research_Set_STRING(const char *pcKey, const char *pcValue);
+    int qk_Research_Get_STRING(const char *pcKey, std::string &strValue);
 
   private:
     friend struct CQKSDKTestAccess;  // lets the library's own tests reach the engine

@@ -80,6 +80,15 @@ class CHELPER_HRTF : public qk::CObject {
                         const float *pfElevations, const float *pfDelaysMs, const float *pfGains,
                         const float *pfFilterCoefs, const int *piFilterLengths, int iCount,
                         int iPowerOfTwo, int iSampleRate);
+    // The same response as the reflection-list GetHRTF (iPowerOfTwo 0), made for a room
+    // model's hundreds of reflections: at the set's own rate the stored responses are read in
+    // place, nothing is allocated but the result, each filter tap adds the response once in
+    // a vectorised multiply-add, and the set isn't changed, so calls may run side by side. At
+    // another rate this is GetHRTF. Returns 1.
+    int RenderReflections(float *&pfLeft, float *&pfRight, int &iLength, const float *pfAzimuths,
+                          const float *pfElevations, const float *pfDelaysMs, const float *pfGains,
+                          const float *pfFilterCoefs, const int *piFilterLengths, int iCount,
+                          int iSampleRate);
     // The three layouts of the measurements; called through GetHRTF only, with a normalised
     // direction and buffers of m_iFileTaps floats.
     virtual int GetHRTF_BOTH(float *&pfLeft, float *&pfRight, int &iLength, int iAzimuth,

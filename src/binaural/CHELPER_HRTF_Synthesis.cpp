@@ -7,6 +7,7 @@
 
 #include "binaural/CHELPER_HRTF.h"
 #include "platform/Report.h"
+#include "platform/Vectorize.h"
 
 namespace {
 // The speed of sound that turns a path length into a delay, m/s.
@@ -156,5 +157,91 @@ int CHELPER_HRTF::GetHRTF(float *&pfLeft, float *&pfRight, int &iLength, const f
     }
     ippsFree(pfL);
     ippsFree(pfR);
+    return 1;
+}
+
+namespace {
+// pfDest[0..n) += c * pfSource[0..n).
+QK_VECTORIZE_WIDE void multiplyAdd(float *__restrict pfDest, const float *__restrict pfSource,
+                                   int n, float c) {
+    for (int j = 0; j < n; ++j) {
+        pfDest[j] += c * pfSource[j];
+    }
+}
+}  // namespace
+
+int CHELPER_HRTF::RenderReflections(float *&pfLeft, float *&pfRight, int &iLength,
+                                    const float *pfAzimuths, const float *pfElevations,
+                                    const float *pfDelaysMs, const float *pfGains,
+                                    const float *pfFilterCoefs, const int *piFilterLengths,
+                                    int iCount, int iSampleRate) {
+    if (iSampleRate != m_iFileRate || m_iFileTaps < 1) {
+        return GetHRTF(pfLeft, pfRight, iLength, pfAzimuths, pfElevations, pfDelaysMs, pfGains,
+                       pfFilterCoefs, piFilterLengths, iCount, 0, iSampleRate);
+    }
+    ippsFree(pfLeft);
+    ippsFree(pfRight);
+    pfLeft = pfRight = nullptr;
+    iLength = 0;
+    if (pfAzimuths == nullptr || pfElevations == nullptr || pfDelaysMs == nullptr ||
+        pfGains == nullptr || iCount < 0) {
+        iCount = 0;
+    }
+    const bool bFilters = pfFilterCoefs != nullptr && piFilterLengths != nullptr;
+    const int iTaps = m_iFileTaps;
+    int64_t iMaxDelay = 0;
+    int iMaxFilter = 0;
+    for (int i = 0; i < iCount; ++i) {
+        iMaxDelay = std::max(iMaxDelay, delaySamples(pfDelaysMs[i], iSampleRate));
+        if (bFilters && piFilterLengths[i] <= kMaxFilterLength) {
+            iMaxFilter = std::max(iMaxFilter, piFilterLengths[i]);
+        }
+    }
+    const int64_t iTotal = std::min(iMaxDelay + iMaxFilter + iTaps, 2 * kMaxSynthesisLength);
+    iLength = static_cast<int>(iTotal);
+    pfLeft = ippsMalloc_32f(iLength);
+    pfRight = ippsMalloc_32f(iLength);
+    if (pfLeft == nullptr || pfRight == nullptr) {
+        iLength = 0;
+        return 1;
+    }
+    std::memset(pfLeft, 0, sizeof(float) * static_cast<size_t>(iLength));
+    std::memset(pfRight, 0, sizeof(float) * static_cast<size_t>(iLength));
+    int64_t p = 0;  // position of the next filter in pfFilterCoefs
+    for (int i = 0; i < iCount; ++i) {
+        int iSlotL = 0;
+        int iSlotR = 0;
+        if (!ResponseSlots(pfAzimuths[i], pfElevations[i], iSlotL, iSlotR)) {
+            // Reported as the one-direction look-up reports it; p stays where it is.
+            float *pfL = nullptr;
+            float *pfR = nullptr;
+            int iResponse = 0;
+            GetHRTF(pfL, pfR, iResponse, pfAzimuths[i], pfElevations[i], iSampleRate);
+            ippsFree(pfL);
+            ippsFree(pfR);
+            continue;
+        }
+        const float *pfL = Response(iSlotL);
+        const float *pfR = Response(iSlotR);
+        const int64_t iOffset = delaySamples(pfDelaysMs[i], iSampleRate);
+        const int iFilter = bFilters ? std::max(piFilterLengths[i], 0) : 0;
+        const float g = pfGains[i];
+        if (iOffset >= 0 && iFilter <= kMaxFilterLength) {
+            const float *pfCoefs = iFilter > 0 ? pfFilterCoefs + p : &g;
+            const float fScale = iFilter > 0 ? g : 1.0f;
+            const int n = std::max(iFilter, 1);
+            for (int k = 0; k < n; ++k) {
+                const int64_t iAt = iOffset + k;
+                const float c = fScale * pfCoefs[k];
+                if (c == 0.0f || iAt >= iTotal) {
+                    continue;
+                }
+                const int iCount1 = static_cast<int>(std::min<int64_t>(iTaps, iTotal - iAt));
+                multiplyAdd(pfLeft + iAt, pfL, iCount1, c);
+                multiplyAdd(pfRight + iAt, pfR, iCount1, c);
+            }
+        }
+        p += iFilter;
+    }
     return 1;
 }

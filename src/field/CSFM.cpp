@@ -19,15 +19,30 @@ int truncDegrees(float fDegrees) {
 }
 }  // namespace
 
+float CSFM::AverageAbsorption(CVRPlane &plane) const {
+    CMATERIAL &material = plane.m_Material;
+    if (material.m_strName != plane.m_strMaterial || material.m_pFilter.get() == nullptr) {
+        float fAverage = 0.0f;
+        material.GetAverage(m_pCode4, plane.m_strMaterial, fAverage, 32);
+        return fAverage;
+    }
+    // The material's bands are known: their mean below the Nyquist frequency of 44,100 Hz,
+    // without designing its reflection filter anew for that rate.
+    const int n = CMATERIAL::BandsForRate(44100.0f);
+    float sum = 0.0f;
+    for (int i = 0; i < n; ++i) {
+        sum += material.m_fCoeff[i] / 100.0f;
+    }
+    return sum / static_cast<float>(n);
+}
+
 float CSFM::GetRT60() {
     if (m_pWorld == nullptr || m_pCode4 == nullptr) {
         return 0.0f;
     }
     float fAbsorption = 0.0f;
     for (CVRPlane *pPlane : m_pWorld->m_Planes) {
-        float fAverage = 0.0f;
-        pPlane->m_Material.GetAverage(m_pCode4, pPlane->m_strMaterial, fAverage, 32);
-        fAbsorption += pPlane->Area() * fAverage;
+        fAbsorption += pPlane->Area() * AverageAbsorption(*pPlane);
     }
     const float fVolume = m_pWorld->m_fVolume;
     if (!(fVolume > 0.0f)) {

@@ -16,6 +16,7 @@
 
 class CDSC_World;
 class CHELPER_HRTF;
+class CVRPlane;
 
 class CSFM : public qk::CObject, public qk::CWinThread {
     QK_DECLARE_SERIAL(CSFM)
@@ -73,6 +74,11 @@ class CSFM : public qk::CObject, public qk::CWinThread {
     // Version 1.0.
     void Serialize(qk::CArchive &ar) override;
 
+  protected:
+    // The mean absorption (0..1) of a plane's material over the bands below 22,050 Hz.
+    float AverageAbsorption(CVRPlane &plane) const;
+
+  public:
     CDSC_World *m_pWorld = nullptr;        // not owned; null until a world is set
     qk::table::Code4 *m_pCode4 = nullptr;  // material session; not owned
     float m_afEarlyDelays[6] = {};         // delays (s) of the first six valid images

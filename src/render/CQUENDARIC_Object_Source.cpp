@@ -186,14 +186,55 @@ void CQUENDARIC_Object_Source::ReInitializeHRTF(int iRate) {
     }
 }
 
+CSFM *CQUENDARIC_Object_Source::RoomModel() {
+    if (m_pSFM == nullptr && m_pParameters != nullptr) {
+        m_pSFM = m_pParameters->m_pSFM_ORMS.get();
+    }
+    return m_pSFM;
+}
+
 void CQUENDARIC_Object_Source::ReInitializeMonauralImpulseResponse() {
     m_HRTF.m_iAzimuth = TruncatedAzimuth();
     m_HRTF.m_iElevation = TruncatedElevation();
+    CSFM *pModel = RoomModel();
+    if (m_pSink == nullptr || pModel == nullptr) {
+        return;
+    }
+    const CQUENDARIC_PARAMETERS &p = *m_pParameters;
+    pModel->GetMonauralImpulseResponse(m_pfMonoIR, m_iMonoIRLength, m_position, m_lookAt,
+                                       m_pSink->m_position, m_pSink->m_lookAt, p.m_iSpecularOrder,
+                                       p.m_fTemperature, m_iRate, m_fMonoPeak, p.m_iMaterialChanged,
+                                       m_iRecalculate, p.m_iMaterialCoeffs);
 }
 
+// The room's response for this source from the model, handed whole to the convolver, which
+// cross-fades into it over its next block. A model that fails leaves the responses as they
+// were, and the convolver keeps its filter.
 void CQUENDARIC_Object_Source::ReInitializeBinauralImpulseResponse() {
     m_HRTF.m_iAzimuth = TruncatedAzimuth();
     m_HRTF.m_iElevation = TruncatedElevation();
+    CSFM *pModel = RoomModel();
+    if (m_pSink == nullptr || pModel == nullptr) {
+        return;
+    }
+    CQUENDARIC_PARAMETERS &p = *m_pParameters;
+    if (auto *pShared = dynamic_cast<CSFM_ISM_ORMS *>(pModel)) {
+        pShared->m_iORMS = p.m_iORMS;
+        pShared->m_iInfo = p.m_iInfo;
+    }
+    std::string strHRTF;
+    {
+        std::lock_guard<std::recursive_mutex> guard(p.m_csStrings);
+        strHRTF = p.m_strHRTF;
+    }
+    pModel->GetBinauralImpulseResponse(
+        p.m_pHRTF.get(), m_pfMonoIR, m_iMonoIRLength, m_pfBIRLeft, m_pfBIRRight, m_iBIRLength,
+        m_position, m_lookAt, m_pSink->m_position, m_pSink->m_lookAt, strHRTF, p.m_iSpecularOrder,
+        p.m_fTemperature, m_iRate, m_fBIRPeakL, m_fBIRPeakR, p.m_iMaterialChanged, m_iRecalculate,
+        p.m_iMaterialCoeffs, m_iID);
+    if (m_pfBIRLeft != nullptr && m_pfBIRRight != nullptr && m_iBIRLength > 0) {
+        m_HRTF.ReInitializeExternal(m_pfBIRLeft, m_pfBIRRight, m_iBIRLength);
+    }
 }
 
 // The block path has made sure of a listener; an object outside it without one, or without

@@ -62,8 +62,6 @@ class CQUENDARIC_Object_Source : public CQUENDARIC_Object {
     // its next block) and keeps a copy of the response as the binaural response handed to
     // hosts. Nothing without a listener.
     void ReInitializeHRTF(int iRate);
-    // Responses from a room model or a pre-computed set. With no such model in the library
-    // they ask for nothing; the block path renders one HRTF for the direction instead.
     // A block in phases, so that the engine's workers can share the work of its sources:
     // PrepareBlock renders the object's part of a block without touching the listener (on any
     // thread, one object per thread at a time); AccumulateSpectrum adds the floats iFrom ..
@@ -78,6 +76,9 @@ class CQUENDARIC_Object_Source : public CQUENDARIC_Object {
     virtual void AccumulateSpectrum(CFrequencyMix &mix, int iFrom, int iTo) const {}
     virtual void FinishBlock(int n) {}
 
+    // The room model's echogram and binaural response for this source against the listener,
+    // and the response of a pre-computed set. Each first records the truncated angles as the
+    // ones the convolver was given; nothing more without a listener.
     virtual void ReInitializeMonauralImpulseResponse();
     virtual void ReInitializeBinauralImpulseResponse();
     virtual int ReInitializeBIR_PCIRS();
@@ -122,6 +123,8 @@ class CQUENDARIC_Object_Source : public CQUENDARIC_Object {
     int m_iBits = 0;
 
   protected:
+    // The model in force: the settings' room model unless one was given.
+    CSFM *RoomModel();
     // Distance and angles against the listener, from the stored points.
     void Recalculate();
     // The two angles truncated, as the convolver is given them.

@@ -1,8 +1,11 @@
 #include "render/CQUENDARIC_Object_Source_Sound.h"
 
 #include <cmath>
+#include <cstdio>
 #include <cstring>
+#include <mutex>
 
+#include "field/ResponsePlot.h"
 #include "platform/Archive.h"
 #include "platform/Report.h"
 #include "render/BlockMath.h"
@@ -24,11 +27,10 @@ void zeroFloats(float *pf, int n) {
     std::memset(pf, 0, sizeof(float) * static_cast<size_t>(n));
 }
 
-// Models whose block takes the direct path's level by distance. The pre-computed set brings
-// its distance law inside its responses; the image model will too, and until the library has
-// it, models 1 and 2 render the direct path, level included.
+// Models whose block takes the direct path's level by distance: free field only. The room
+// models and the pre-computed sets bring their distance law inside their responses.
 bool takesDirectPathLevel(int iSFM) {
-    return iSFM == 0 || iSFM == 1 || iSFM == 2;
+    return iSFM == 0;
 }
 constexpr int kPreComputedModel = 4;
 }  // namespace
@@ -313,18 +315,60 @@ bool CQUENDARIC_Object_Source_Sound::FollowMoves(int iRate) {
     return true;
 }
 
-// The pre-computed model takes its set's response for the listener's place; the others take
-// the direction's HRTF for now (the image model, which would hand in whole binaural
-// responses, isn't part of the library yet).
+// The image models (1 and 2) hand in the room's whole binaural response, the pre-computed
+// model (4) its set's response for the listener's place; the others take the direction's
+// HRTF.
 void CQUENDARIC_Object_Source_Sound::RebuildResponse(int iRate) {
-    if (m_pParameters->m_iSFM == kPreComputedModel) {
-        if (m_pParameters->m_iHoldIRs == 0) {
+    const CQUENDARIC_PARAMETERS &p = *m_pParameters;
+    const int iSFM = p.m_iSFM;
+    if ((iSFM == 1 || iSFM == 2) && m_pSink != nullptr) {
+        if (p.m_iHoldIRs == 0) {
+            ReInitializeBinauralImpulseResponse();
+        }
+    } else if (iSFM == kPreComputedModel) {
+        if (p.m_iHoldIRs == 0) {
             ReInitializeBIR_PCIRS();
         }
     } else {
         ReInitializeHRTF(iRate);
     }
     m_fMotionBase = m_fAzimuth;
+    if (p.m_iGraphBIR == 1) {
+        DrawGraph(iRate);
+    }
+}
+
+// The diagnostic graph of the response just rebuilt, as an SVG file in the settings' graph
+// folder, one file per rebuild. A file that can't be written is reported once.
+void CQUENDARIC_Object_Source_Sound::DrawGraph(int iRate) {
+    CQUENDARIC_PARAMETERS &p = *m_pParameters;
+    std::string folder;
+    {
+        std::lock_guard<std::recursive_mutex> guard(p.m_csStrings);
+        folder = p.m_strGraphFolder;
+    }
+    SResponsePlot plot;
+    plot.pfLeft = m_pfBIRLeft;
+    plot.pfRight = m_pfBIRRight;
+    plot.iLength = m_iBIRLength;
+    plot.pfEchogram = m_pfMonoIR;
+    plot.iEchogramLength = m_iMonoIRLength;
+    plot.iSampleRate = iRate;
+    if (CSFM *pModel = RoomModel()) {
+        plot.fRT60 = pModel->GetRT60();
+    }
+    if (const CSFM_ISM *pRoom = p.m_pSFM_ORMS->Model(m_iID)) {
+        plot.iImagesTotal = pRoom->m_iImagesTotal;
+        plot.iImagesUsed = pRoom->m_iImagesValid;
+    }
+    char name[64];
+    std::snprintf(name, sizeof name, "BIR_%d_%05d.svg", m_iID, m_iGraphCount++);
+    const std::string path = folder.empty() ? name : folder + "/" + name;
+    if (WriteResponsePlot(path, plot) != 0 && !m_bGraphFailed) {
+        m_bGraphFailed = true;
+        qk::Report("The response graph could not be written to " + path, kCaption,
+                   qk::Severity::Warning);
+    }
 }
 
 void CQUENDARIC_Object_Source_Sound::Convolve(float *pfIn, int n, int iRate, float fGain) {

@@ -48,6 +48,8 @@ class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
     int m_iMotionCounter = 0;        // blocks since the head-motion wobble started
     float m_fMotionBase = 0.0f;      // azimuth the wobble swings around
     float m_fMotionAzimuth = -1.0f;  // last wobbled azimuth
+    int m_iGraphCount = 0;           // graphs drawn, numbering the files
+    bool m_bGraphFailed = false;     // a graph file couldn't be written; told once
     // This block went into the listener's spectrum sums, not into m_pfData.
     bool m_bMixedInSpectrum = false;
     // The block is rendered in phases: the spectrum sums are added by AccumulateSpectrum.
@@ -65,6 +67,7 @@ class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
     // Follows moves of the listener and of the world's entry; true when a rebuild is due.
     bool FollowMoves(int iRate);
     void RebuildResponse(int iRate);
+    void DrawGraph(int iRate);
     // Renders the block into m_pfData at the level fGain, or into the listener's spectrum
     // sums when it has them and the convolver can.
     void Render(int n, int iRate, int iSelector, float fGain);

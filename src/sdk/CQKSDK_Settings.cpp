@@ -322,3 +322,23 @@ int CQKSDK::qk_Research_Set_INT(const char * /*pcKey*/, int /*iValue*/) {
 int CQKSDK::qk_Research_Get_INT(const char * /*pcKey*/, int & /*iValue*/) {
     return 0;
 }
+
+int CQKSDK::qk_Research_Set_STRING(const char *pcKey, const char *pcValue) {
+    if (pcKey == nullptr || pcValue == nullptr || std::strcmp(pcKey, "GRAPH_DIR") != 0) {
+        return -1;
+    }
+    CQUENDARIC_PARAMETERS &params = m_pProcessor->m_Parameters;
+    std::lock_guard<std::recursive_mutex> guard(params.m_csStrings);
+    params.m_strGraphFolder = pcValue;
+    return 0;
+}
+
+int CQKSDK::qk_Research_Get_STRING(const char *pcKey, std::string &strValue) {
+    if (pcKey == nullptr || std::strcmp(pcKey, "GRAPH_DIR") != 0) {
+        return -1;
+    }
+    CQUENDARIC_PARAMETERS &params = m_pProcessor->m_Parameters;
+    std::lock_guard<std::recursive_mutex> guard(params.m_csStrings);
+    strValue = params.m_strGraphFolder;
+    return 0;
+}

@@ -330,6 +330,10 @@ CQUENDARIC_PARAMETERS::CQUENDARIC_PARAMETERS() {
     m_strHRTFRequest_CTC.reserve(512);
     qk::table::code4initLow(&m_Code4);
     m_World.m_pCode4 = &m_Code4;
+    m_pSFM_ORMS = std::make_unique<CSFM_ISM_ORMS>(&m_World);
+    m_pSFM_ORMS->m_pCode4 = &m_Code4;
+    m_pSFM_RT = std::make_unique<CSFM_RT>(&m_World);
+    m_pSFM_RT->m_pCode4 = &m_Code4;
 }
 
 CQUENDARIC_PARAMETERS::~CQUENDARIC_PARAMETERS() {

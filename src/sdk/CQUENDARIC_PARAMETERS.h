@@ -12,7 +12,9 @@
 #include <vector>
 
 #include "binaural/CHELPER_HRTF.h"
+#include "field/CSFM_ISM_ORMS.h"
 #include "field/CSFM_PCIRS.h"
+#include "field/CSFM_RT.h"
 #include "platform/Object.h"
 #include "platform/Relaxed.h"
 #include "world/CDSC_World.h"
@@ -138,6 +140,13 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
     qk::table::Code4 m_Code4;
 
     qk::Relaxed<int> m_iSharedSFM = 1;
+    // The room model of the virtual sources, one image model per source inside, and the
+    // ray-tracing model kept beside it (made and deleted, never consulted). Both on m_World.
+    std::unique_ptr<CSFM_ISM_ORMS> m_pSFM_ORMS;
+    std::unique_ptr<CSFM_RT> m_pSFM_RT;
+    // Where each rebuilt response is drawn as an SVG while "GRAPH_BIR" is set; empty: the
+    // working folder. Under m_csStrings.
+    std::string m_strGraphFolder;
     // The pre-computed set of model 4, read from m_strDirPreComputedWav.
     std::unique_ptr<CSFM_PCIRS> m_pSFM_PCIRS = std::make_unique<CSFM_PCIRS>();
     std::string m_strHRTFRequest;

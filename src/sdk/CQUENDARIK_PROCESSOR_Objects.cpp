@@ -113,6 +113,7 @@ int CQUENDARIK_PROCESSOR::Remove3DSourceSound(int iID) {
     m_list3DSources.erase(it);
     RefreshMoves();
     eraseEntry(m_Parameters.m_World.m_VRSources, pEntry);
+    m_Parameters.m_pSFM_ORMS->RemoveModel(iID);  // its room model goes with it
     return 0;
 }
 
@@ -121,6 +122,9 @@ int CQUENDARIK_PROCESSOR::RemoveAll3DSources() {
     const auto leaving = std::move(m_list3DSources);
     m_list3DSources.clear();
     RefreshMoves();
+    for (const auto &object : leaving) {
+        m_Parameters.m_pSFM_ORMS->RemoveModel(object->m_iID);
+    }
     return 0;
 }
 

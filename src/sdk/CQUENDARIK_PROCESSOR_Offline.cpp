@@ -4,6 +4,7 @@
 #include <mutex>
 #include <vector>
 
+#include "field/CSFM_ISM.h"
 #include "platform/FileReplace.h"
 #include "platform/Paths.h"
 #include "sdk/CQUENDARIK_PROCESSOR.h"
@@ -96,7 +97,7 @@ int CQUENDARIK_PROCESSOR::SaveAsWave(const std::string &strName, float *pfBlock,
 }
 
 std::unique_ptr<CSFM> CQUENDARIK_PROCESSOR::MakePrivateModel() {
-    auto model = std::make_unique<CSFM>(&m_Parameters.m_World);
+    auto model = std::make_unique<CSFM_ISM>(&m_Parameters.m_World);
     model->m_pCode4 = &m_Parameters.m_Code4;
     return model;
 }

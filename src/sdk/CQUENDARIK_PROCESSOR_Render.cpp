@@ -87,7 +87,11 @@ float *CQUENDARIK_PROCESSOR::RenderObjects(CQUENDARIC_Object_Sink &listener, int
     // Sources that convolve partitioned add their spectra to the listener's sums, which are
     // transformed back once for all of them.
     const bool bFrequencyMix = m_Parameters.m_iConvolution == 1 && listener.m_Mix.Begin(n);
-    if (Workers().Threads() > 1) {
+    // In the room model's shared mode the first source's model makes the images the others
+    // validate, so the sources rebuild one after the other in list order.
+    const int sfm = m_Parameters.m_iSFM;
+    const bool bShared = m_Parameters.m_iORMS == 1 && (sfm == 1 || sfm == 2);
+    if (!bShared && Workers().Threads() > 1) {
         for (auto &object : m_list3DSources) {
             if (object->m_iEnable != 0) {
                 object->m_pSink = &listener;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <vector>
 
 #include "sdk/CQUENDARIC_PARAMETERS.h"
@@ -191,13 +192,19 @@ TEST_F(SoundObject, DirectPathRendersTheDirectionAndLevel) {
     Block(n);
     ExpectGains(n, 0.375f, 0.5f);
 
-    // The image models render the direct path, level included; model 3 has no level.
+    // Model 3 has no level. The image model's response holds the level and the time of
+    // flight: in an empty world, the direct sound alone.
     params.m_iSFM = 3;
     Block(n);
     ExpectGains(n, 0.75f, 1.0f);
     params.m_iSFM = 1;
+    params.m_iWorldChanged = 1;
     Block(n);
-    ExpectGains(n, 0.375f, 0.5f);
+    const float c = 331.4f * std::sqrt(1.0f + 25.0f / 273.0f);
+    const int delay = static_cast<int>(object->m_fDistance * 1000.0f / c / 1000.0f * kRate);
+    ASSERT_EQ(object->m_iBIRLength, delay + 2);
+    EXPECT_NEAR(object->m_pfBIRLeft[delay], 0.375f, 1e-4f);
+    EXPECT_NEAR(object->m_pfBIRRight[delay], 0.5f, 1e-4f);
 }
 
 // An object made while blocks run finds the listener still and no world change: nothing

@@ -15,6 +15,7 @@ int RunBench(int argc, char **argv);
 int RunWorld(int argc, char **argv);
 int RunMaterials(int argc, char **argv);
 int RunPrecompute(int argc, char **argv);
+int RunIr(int argc, char **argv);
 
 // Fills a world from the arguments FILE.txt|FILE.qkworld, --room W D H or --trapezium WF WB D H
 // (metres); false, after a message for a missing file, when they name no world. The world

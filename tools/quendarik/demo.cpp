@@ -14,6 +14,11 @@ int RunDemo(int argc, char **argv) {
     scene.out = "demo.wav";
     scene.sources.push_back(SceneSource{"", 0.0f, 2.0f, 0.0f});
     scene.circleSource = 0;
+    // The default room: 5 x 5 x 3 m, reflections to the second order.
+    scene.room[0] = 5.0f;
+    scene.room[1] = 5.0f;
+    scene.room[2] = 3.0f;
+    scene.order = 2;
     bool live = true;
     std::vector<std::string> rest;
     if (!ParseScene(argc, argv, scene, &rest)) {
@@ -30,8 +35,9 @@ int RunDemo(int argc, char **argv) {
 
     std::printf(
         "Rendering %.0f s of noise circling the listener (radius %.1f m, one turn every "
-        "%.0f s) to %s\n",
-        scene.seconds, scene.circleRadius, scene.circlePeriod, scene.out.c_str());
+        "%.0f s) in %s, with the direct sound and every reflection heard, to %s\n",
+        scene.seconds, scene.circleRadius, scene.circlePeriod, DescribeRoom(scene).c_str(),
+        scene.out.c_str());
     std::fflush(stdout);  // before the progress bar on standard error, also into a pipe
     const long blocks = static_cast<long>(scene.seconds * HostedRender::kRate / scene.block);
     {

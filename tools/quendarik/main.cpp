@@ -10,9 +10,10 @@ void usage() {
     std::printf(
         "usage: quendarik COMMAND [ARGS]\n"
         "commands:\n"
-        "  demo    render noise circling the listener to demo.wav, then play it\n"
+        "  demo    render noise circling the listener in a room to demo.wav, then play it\n"
         "  render  render a scene to a WAV file (quendarik render for its options)\n"
         "  play    play a scene live on the default device\n"
+        "  ir      write one source's binaural room response as WAV and SVG files\n"
         "  bench   render with no device and tell the cost of each source\n"
         "  hrtf    make HRTF sets from SOFA files and describe them (quendarik hrtf for more)\n"
         "  precompute  write response sets over a grid of listener places (for model 4)\n"
@@ -35,6 +36,9 @@ int main(int argc, char **argv) {
     }
     if (command == "play") {
         return qkcli::RunPlay(argc - 2, argv + 2);
+    }
+    if (command == "ir") {
+        return qkcli::RunIr(argc - 2, argv + 2);
     }
     if (command == "bench") {
         return qkcli::RunBench(argc - 2, argv + 2);

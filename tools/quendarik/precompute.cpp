@@ -20,7 +20,7 @@
 #include "binaural/CHELPER_HRTF.h"
 #include "commands.h"
 #include "dsp/IppBuffer.h"
-#include "field/CSFM.h"
+#include "field/CSFM_ISM.h"
 #include "platform/FileReplace.h"
 #include "platform/Paths.h"
 #include "platform/Report.h"
@@ -140,7 +140,7 @@ bool parse(int argc, char **argv, Options &o) {
 
 // The model a worker computes with, on its own world.
 std::unique_ptr<CSFM> makeModel(CDSC_World &world, qk::table::Code4 &code) {
-    auto model = std::make_unique<CSFM>(&world);
+    auto model = std::make_unique<CSFM_ISM>(&world);
     model->m_pCode4 = &code;
     return model;
 }

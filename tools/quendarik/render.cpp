@@ -10,22 +10,28 @@
 namespace qkcli {
 namespace {
 void sceneUsage(const char *command) {
-    std::fprintf(stderr,
-                 "usage: quendarik %s [--source FILE.wav X Y Z]... [--noise X Y Z]...\n"
-                 "         [--listener X Y Z LX LY LZ] [--seconds S] [--block N] [--hrtf SET]\n"
-                 "         [--zero-stuffing] [--convolution partitioned|overlap]\n"
-                 "         [--speakers [AZ]] [--reverb DRY]%s\n"
-                 "   or: quendarik render --project FILE --out FILE.wav [--listener ...]\n"
-                 "         [--seconds S] [--block N] [--hrtf SET]\n"
-                 "Positions in metres: x across, y ahead, z up; the listener looks at the point\n"
-                 "LX LY LZ. Only the direct sound is rendered (one HRTF by direction, level by\n"
-                 "distance). Files at another rate than 44100 Hz are converted band-limited;\n"
-                 "--zero-stuffing keeps the library's default integer zero-stuffing instead.\n"
-                 "Sources convolve partitioned (the whole response at any block length);\n"
-                 "--convolution overlap takes the library's default whole-filter method.\n"
-                 "--speakers renders for two loudspeakers at +-AZ degrees (default 30) through\n"
-                 "the cross-talk canceller; --reverb sets the late part's dry level (0 to 1).\n",
-                 command, std::string(command) == "render" ? " --out FILE.wav" : "");
+    std::fprintf(
+        stderr,
+        "usage: quendarik %s [--source FILE.wav X Y Z]... [--noise X Y Z]...\n"
+        "         [--listener X Y Z LX LY LZ] [--seconds S] [--block N] [--hrtf SET]\n"
+        "         [--zero-stuffing] [--convolution partitioned|overlap]\n"
+        "         [--speakers [AZ]] [--reverb DRY]\n"
+        "         [--room W D H | --preset N | --world FILE] [--order N]%s\n"
+        "   or: quendarik render --project FILE --out FILE.wav [--listener ...]\n"
+        "         [--seconds S] [--block N] [--hrtf SET]\n"
+        "Positions in metres: x across, y ahead, z up; the listener looks at the point\n"
+        "LX LY LZ. Without a room only the direct sound is rendered (one HRTF by\n"
+        "direction, level by distance). In a room (a shoe box centred on x = y = 0\n"
+        "with its floor at z = 0, a preset 1..6, or a world file) every source is heard\n"
+        "with its reflections up to --order (default 2), each through the HRTF of its\n"
+        "own direction and the filters of the walls it met; the listener stands at\n"
+        "1.2 m unless placed. Files at another rate than 44100 Hz are converted band-limited;\n"
+        "--zero-stuffing keeps the library's default integer zero-stuffing instead.\n"
+        "Sources convolve partitioned (the whole response at any block length);\n"
+        "--convolution overlap takes the library's default whole-filter method.\n"
+        "--speakers renders for two loudspeakers at +-AZ degrees (default 30) through\n"
+        "the cross-talk canceller; --reverb sets the late part's dry level (0 to 1).\n",
+        command, std::string(command) == "render" ? " --out FILE.wav" : "");
 }
 }  // namespace
 
@@ -47,6 +53,8 @@ int RunRender(int argc, char **argv) {
         sceneUsage("render");
         return 2;
     }
+    std::printf("Rendering in %s\n", DescribeRoom(scene).c_str());
+    std::fflush(stdout);
     HostedRender render(scene);
     if (!render.Ready()) {
         return 1;
@@ -73,6 +81,10 @@ int RunPlay(int argc, char **argv) {
         return 2;
     }
     CQKSDK sdk;
+    if (!ChooseRoom(sdk, scene)) {
+        return 1;
+    }
+    std::printf("Playing in %s\n", DescribeRoom(scene).c_str());
     ChooseOutput(sdk, scene);
     if (!scene.hrtf.empty()) {
         sdk.qk_HRTF_Set_Full(scene.hrtf.c_str());

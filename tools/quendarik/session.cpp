@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
+#include <utility>
 
 #include <unistd.h>
 
@@ -59,7 +60,28 @@ bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *r
             scene.sources.push_back(source);
             i += 3;
         } else if (opt == "--listener" && readFloats(argv, i + 1, argc, 6, scene.listener)) {
+            scene.listenerGiven = true;
             i += 6;
+        } else if (opt == "--world" && i + 1 < argc) {
+            scene.world = argv[++i];
+            scene.room[0] = 0.0f;  // the last room given counts
+            scene.preset = 0;
+        } else if (opt == "--room" && readFloats(argv, i + 1, argc, 3, v) && v[0] > 0 && v[1] > 0 &&
+                   v[2] > 0) {
+            std::copy(v, v + 3, scene.room);
+            scene.world.clear();
+            scene.preset = 0;
+            i += 3;
+        } else if (opt == "--preset" && readFloats(argv, i + 1, argc, 1, v) && v[0] >= 1 &&
+                   v[0] <= 6) {
+            scene.preset = static_cast<int>(v[0]);
+            scene.world.clear();
+            scene.room[0] = 0.0f;
+            i += 1;
+        } else if (opt == "--order" && readFloats(argv, i + 1, argc, 1, v) && v[0] >= 0 &&
+                   v[0] <= 30) {
+            scene.order = static_cast<int>(v[0]);
+            i += 1;
         } else if (opt == "--seconds" && readFloats(argv, i + 1, argc, 1, v) && v[0] > 0) {
             scene.seconds = v[0];
             i += 1;
@@ -102,6 +124,50 @@ bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *r
     return true;
 }
 
+bool ChooseRoom(CQKSDK &sdk, Scene &scene) {
+    if (!scene.HasRoom()) {
+        sdk.qk_SFM_Set(0);
+        return true;
+    }
+    if (!scene.world.empty()) {
+        const bool archive = scene.world.size() > 8 &&
+                             scene.world.compare(scene.world.size() - 8, 8, ".qkworld") == 0;
+        const int result = archive ? sdk.qk_Wrld_Set_File_Full(scene.world.c_str())
+                                   : sdk.qk_Wrld_Import(scene.world.c_str());
+        if (result != 0) {
+            std::fprintf(stderr, "quendarik: the world %s can't be used\n", scene.world.c_str());
+            return false;
+        }
+    } else if (scene.room[0] > 0.0f) {
+        sdk.qk_Wrld_ShoeBox(scene.room[0], scene.room[1], scene.room[2]);
+    } else {
+        sdk.qk_Wrld_Preset(scene.preset);
+    }
+    sdk.qk_SFM_Set(1);
+    sdk.qk_Siml_Set_SpecularOrder(scene.order);
+    if (!scene.listenerGiven) {
+        scene.listener[2] = 1.2f;  // ears above the floor, looking ahead level
+        scene.listener[5] = 1.2f;
+    }
+    return true;
+}
+
+std::string DescribeRoom(const Scene &scene) {
+    char text[160];
+    if (!scene.HasRoom()) {
+        return "free field";
+    }
+    if (!scene.world.empty()) {
+        std::snprintf(text, sizeof text, "the world %s", scene.world.c_str());
+    } else if (scene.room[0] > 0.0f) {
+        std::snprintf(text, sizeof text, "a %g x %g x %g m room", scene.room[0], scene.room[1],
+                      scene.room[2]);
+    } else {
+        std::snprintf(text, sizeof text, "preset room %d", scene.preset);
+    }
+    return std::string(text) + ", reflections to order " + std::to_string(scene.order);
+}
+
 void ChooseOutput(CQKSDK &sdk, const Scene &scene) {
     if (scene.speakers > 0.0f) {
         sdk.qk_Siml_Set_PO(2);  // loudspeakers: the binaural mix goes through the canceller
@@ -142,9 +208,13 @@ void ChooseMethods(CQKSDK &sdk, const Scene &scene, int iEngineRate) {
     }
 }
 
-HostedRender::HostedRender(const Scene &scene) : m_scene(scene) {
+HostedRender::HostedRender(Scene sceneIn) : m_scene(std::move(sceneIn)) {
+    const Scene &scene = m_scene;
     m_sdk.qk_Appl_Register_On_Message(&onMessage, 0);
     m_sdk.qk_Asnk_Set(-2);  // no device: blocks come as fast as they are made
+    if (!ChooseRoom(m_sdk, m_scene)) {
+        return;
+    }
     ChooseOutput(m_sdk, scene);
     if (!scene.hrtf.empty()) {
         m_sdk.qk_HRTF_Set_Full(scene.hrtf.c_str());

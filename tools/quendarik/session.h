@@ -34,7 +34,22 @@ struct Scene {
     int threads = 0;            // threads rendering the sources; 0: the library's default
     float speakers = 0.0f;      // > 0: two loudspeakers at +-speakers degrees, via the canceller
     float reverbDry = -1.0f;    // the late part's dry level, 0..1; below 0 the library's own
+    // The room: a world file (text or .qkworld), a shoe box W x D x H (x across and y ahead
+    // centred on 0, z up from the floor), or a preset 1..6; none of them: free field.
+    std::string world;
+    float room[3] = {0.0f, 0.0f, 0.0f};
+    int preset = 0;
+    int order = 2;  // reflection order of the image model
+    bool listenerGiven = false;
+    bool HasRoom() const { return !world.empty() || room[0] > 0.0f || preset > 0; }
 };
+
+// Sets up the scene's room and the image model, or free field; false, with a message, when
+// the world file can't be used. In a room the listener stands at 1.2 m unless placed.
+bool ChooseRoom(CQKSDK &sdk, Scene &scene);
+// The room in words, for the programs' first line: "free field" or "a 5 x 5 x 3 m room,
+// reflections to order 2".
+std::string DescribeRoom(const Scene &scene);
 
 // Headphones, or loudspeakers through the canceller, and the late part's dry level, as the
 // scene asks.
@@ -48,7 +63,8 @@ void ChooseMethods(CQKSDK &sdk, const Scene &scene, int iEngineRate);
 // Parses the scene options shared by render, play and bench; false (with a message) on an
 // unknown or incomplete option. Options: --source FILE X Y Z, --noise X Y Z,
 // --listener X Y Z LX LY LZ, --seconds S, --block N, --out FILE, --hrtf FILE, --zero-stuffing,
-// --convolution partitioned|overlap, --speakers [AZ] (default 30), --reverb DRY.
+// --convolution partitioned|overlap, --speakers [AZ] (default 30), --reverb DRY, --world FILE,
+// --room W D H, --preset N, --order N.
 bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *rest = nullptr);
 
 // The library set up for a scene: a listener, one sound source and one virtual source per
@@ -57,7 +73,7 @@ class HostedRender {
   public:
     static constexpr int kRate = 44100;
 
-    explicit HostedRender(const Scene &scene);
+    explicit HostedRender(Scene scene);
     // False, with a message, when the scene can't be rendered.
     bool Ready() const { return m_bReady; }
     // Feeds the sources, moves a circling source to time t (s) and makes one block. Returns
