@@ -57,6 +57,7 @@ int CQKSDK::qk_File_Open(const char *pcPath, qk::CObject *pExtra) {
             pExtra->Serialize(ar);
         }
         m_pProcessor->CommitProject(project);
+        m_posVsrc = -1;  // the list walked is gone
     } catch (const std::exception &e) {
         qk::Report(path + ": not a project, or a damaged one (" + e.what() + ").", kCaption,
                    qk::Severity::Error);

@@ -64,14 +64,15 @@ struct Options {
 };
 
 void usage() {
-    std::fprintf(stderr,
-                 "usage: quendarik precompute (--world FILE.txt|FILE.qkworld | --room W D H)\n"
-                 "         --listener-grid X0:X1:STEP Y0:Y1:STEP Z --source X Y Z [--source ...]\n"
-                 "         --out FOLDER [--hrtf SET] [--order N] [--threads T]\n"
-                 "For each source (numbered 1, 2, ... in the order given: the numbers a host gives\n"
-                 "its virtual sources with qk_Vsrc_Set_3DSourceWavID) and each listener place of\n"
-                 "the grid (looking along +y), the image model's binaural response is written to\n"
-                 "FOLDER as a wave file named by the geometry, for the pre-computed model (4).\n");
+    std::fprintf(
+        stderr,
+        "usage: quendarik precompute (--world FILE.txt|FILE.qkworld | --room W D H)\n"
+        "         --listener-grid X0:X1:STEP Y0:Y1:STEP Z --source X Y Z [--source ...]\n"
+        "         --out FOLDER [--hrtf SET] [--order N] [--threads T]\n"
+        "For each source (numbered 1, 2, ... in the order given: the numbers a host gives\n"
+        "its virtual sources with qk_Vsrc_Set_3DSourceWavID) and each listener place of\n"
+        "the grid (looking along +y), the image model's binaural response is written to\n"
+        "FOLDER as a wave file named by the geometry, for the pre-computed model (4).\n");
 }
 
 int quiet(unsigned long, const char *text, const char *caption, int) {
@@ -172,18 +173,17 @@ void work(const Options &o, const std::string &hrtf, const std::vector<Job> &job
             const C3Point lookAt(job.listener.x, job.listener.y + 1.0f, job.listener.z, 0);
             if (ready) {
                 model->GetBinauralImpulseResponse(&set, mono, monoLength, left, right, length,
-                                                  job.source, C3Point(), job.listener, lookAt,
-                                                  hrtf, o.order, kTemperature, kRate, peakLeft,
-                                                  peakRight, 0, 1, kMaterialTaps, job.sourceId);
+                                                  job.source, C3Point(), job.listener, lookAt, hrtf,
+                                                  o.order, kTemperature, kRate, peakLeft, peakRight,
+                                                  0, 1, kMaterialTaps, job.sourceId);
             }
             bool ok = false;
             if (length > 0 && left != nullptr && right != nullptr) {
                 std::vector<float> block(left, left + length);
                 block.insert(block.end(), right, right + length);
                 const std::string path = qk::JoinPath(
-                    o.out, CQUENDARIK_PROCESSOR::PreComputedName(0, job.listener, lookAt,
-                                                                 job.sourceId, job.source,
-                                                                 C3Point()));
+                    o.out, CQUENDARIK_PROCESSOR::PreComputedName(
+                               0, job.listener, lookAt, job.sourceId, job.source, C3Point()));
                 const std::string temp = qk::MakeTempBeside(path);
                 std::string error;
                 ok = !temp.empty() &&
@@ -221,9 +221,10 @@ int RunPrecompute(int argc, char **argv) {
         return 2;
     }
     const std::string hrtf =
-        !o.hrtf.empty() ? o.hrtf
-                        : qk::ResolveDataPath(qk::JoinPath(
-                              qk::CommonFolder(), "TORVELLAN/Common/QKHRTF/VORLAN1_16s_DFE.qkhrtf"));
+        !o.hrtf.empty()
+            ? o.hrtf
+            : qk::ResolveDataPath(qk::JoinPath(qk::CommonFolder(),
+                                               "TORVELLAN/Common/QKHRTF/VORLAN1_16s_DFE.qkhrtf"));
     std::error_code ec;
     std::filesystem::create_directories(o.out, ec);
     std::vector<Job> jobs;
@@ -234,8 +235,9 @@ int RunPrecompute(int argc, char **argv) {
             }
         }
     }
-    const int threads =
-        o.threads > 0 ? o.threads : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+    const int threads = o.threads > 0
+                            ? o.threads
+                            : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
     std::atomic<size_t> next{0}, done{0}, failed{0};
     std::vector<std::thread> workers;
     for (int t = 0; t < threads; ++t) {

@@ -62,6 +62,13 @@ void chooseWorld(CQKSDK &sdk) {
     } else {
         sdk.qk_Wrld_Preset(model);
     }
+    // A project doesn't keep the numbers of its virtual sources in a response set: they are
+    // numbered 1, 2, ... in their order, as quendarik precompute numbers its sources.
+    int number = 0;
+    int id = 0;
+    for (int r = sdk.qk_Vsrc_Get_First(); r == 0 && sdk.qk_Vsrc_Get_Next(id) == 0;) {
+        sdk.qk_Vsrc_Set_3DSourceWavID(id, ++number);
+    }
     int sfm = 0;
     sdk.qk_SFM_Get(sfm);
     std::string dir;
