@@ -139,6 +139,17 @@ bool parse(int argc, char **argv, Options &o) {
     return !o.world.empty() && !o.sources.empty() && !o.out.empty();
 }
 
+// The world of the options, generated; false when it can't be made.
+bool makeWorld(const Options &o, CDSC_World &world) {
+    std::vector<char *> args;
+    for (const std::string &a : o.world) {
+        args.push_back(const_cast<char *>(a.c_str()));
+    }
+    std::string what;
+    return LoadWorld(static_cast<int>(args.size()), args.data(), world, what) &&
+           world.Generate() == 0;
+}
+
 // The model a worker computes with, on its own world.
 std::unique_ptr<CSFM> makeModel(CDSC_World &world, qk::table::Code4 &code) {
     auto model = std::make_unique<CSFM_ISM>(&world);
@@ -155,14 +166,8 @@ void work(const Options &o, const std::string &hrtf, const std::vector<Job> &job
     {
         CDSC_World world;
         world.m_pCode4 = &code;
-        std::vector<char *> args;
-        for (const std::string &a : o.world) {
-            args.push_back(const_cast<char *>(a.c_str()));
-        }
-        std::string what;
         CHELPER_HRTF set;
-        const bool ready = LoadWorld(static_cast<int>(args.size()), args.data(), world, what) &&
-                           world.Generate() == 0 && set.ReadWrite(0, hrtf) == 0;
+        const bool ready = makeWorld(o, world) && set.ReadWrite(0, hrtf) == 0;
         set.m_iSampleRate = kRate;
         const std::unique_ptr<CSFM> model = makeModel(world, code);
         for (size_t i = next++; i < jobs.size(); i = next++) {
@@ -225,6 +230,20 @@ int RunPrecompute(int argc, char **argv) {
             ? o.hrtf
             : qk::ResolveDataPath(qk::JoinPath(qk::CommonFolder(),
                                                "TORVELLAN/Common/QKHRTF/VORLAN1_16s_DFE.qkhrtf"));
+    {
+        // Once here, before any worker: the world must load and generate, and the material
+        // tables a world makes when they are missing are made by this thread alone.
+        qk::table::Code4 code;
+        qk::table::code4initLow(&code);
+        CDSC_World world;
+        world.m_pCode4 = &code;
+        const bool ok = makeWorld(o, world);
+        qk::table::code4initUndo(&code);
+        if (!ok) {
+            std::fprintf(stderr, "quendarik: the world can't be made\n");
+            return 1;
+        }
+    }
     std::error_code ec;
     std::filesystem::create_directories(o.out, ec);
     std::vector<Job> jobs;
