@@ -71,6 +71,16 @@ class CQKSDK {
     int qk_Enter_CS();
     int qk_Leave_CS();
     int qk_Dlg_Settings(int iArg);
+    // Project files: the settings, the sound sources and the virtual sources (not the
+    // listeners, nor the world, which the settings only name). pExtra, when not null, is the
+    // host's own object, written behind the engine's part and read back from there.
+    // qk_File_Save writes a new file beside the old one and puts it in place only when all of
+    // it is written: on failure the old project stays as it was, the reason is reported, -1.
+    // qk_File_Open reads the whole project before it changes anything: a file that can't be
+    // opened, is cut short or isn't a project is reported, changes nothing and gives -1.
+    // After an open the sound source ids are those of the file; add a listener for sound.
+    int qk_File_Open(const char *pcPath, qk::CObject *pExtra);
+    int qk_File_Save(const char *pcPath, qk::CObject *pExtra);
 
     // Appl
     int qk_Appl_Get(char *&pcBuffer);
@@ -246,6 +256,11 @@ class CQKSDK {
     int qk_SFM_Get_Material_Coeffs(int &iCount);
     int qk_SFM_Get_DirPreComputedWav(std::string &strDir);
     int qk_SFM_Set_DirPreComputedWav(const char *pcDir);
+    // Writes the image model's binaural response of every enabled virtual source, heard by the
+    // listener that renders, into the folder of pre-computed sets as a 16-bit stereo wave file
+    // named by the geometry (ids, and positions and look-ats in centimetres). Takes the engine
+    // lock for as long as all responses take. 0; -1 with no HRTF set; -2 with no listener.
+    int qk_SFM_PreComputeWav();
 
     // Save_Wave: recording of the output
     int qk_Save_Wave_Start(std::string strName);

@@ -225,9 +225,18 @@ void CQUENDARIC_Object_Source::ReInitializeBinauralImpulseResponse() {
     }
 }
 
+// The block path has made sure of a listener; an object outside it without one, or without
+// settings, asks for nothing.
 int CQUENDARIC_Object_Source::ReInitializeBIR_PCIRS() {
     m_HRTF.m_iAzimuth = TruncatedAzimuth();
     m_HRTF.m_iElevation = TruncatedElevation();
+    if (m_pSink == nullptr || m_pParameters == nullptr || m_pParameters->m_pSFM_PCIRS == nullptr) {
+        return 0;
+    }
+    m_pParameters->m_pSFM_PCIRS->GetBIR(m_pfBIRLeft, m_pfBIRRight, m_iBIRLength, m_position,
+                                        m_lookAt, m_pSink->m_position, m_pSink->m_lookAt, m_iRate,
+                                        m_i3DSourceWavID);
+    m_HRTF.ReInitializeExternal(m_pfBIRLeft, m_pfBIRRight, m_iBIRLength);
     return 0;
 }
 

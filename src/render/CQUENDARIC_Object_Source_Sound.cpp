@@ -27,12 +27,12 @@ void zeroFloats(float *pf, int n) {
     std::memset(pf, 0, sizeof(float) * static_cast<size_t>(n));
 }
 
-// Models whose block takes the direct path's level by distance: free field, and the
-// pre-computed sets as long as the library reads none. The room models bring their distance
-// law inside their responses.
+// Models whose block takes the direct path's level by distance: free field only. The room
+// models and the pre-computed sets bring their distance law inside their responses.
 bool takesDirectPathLevel(int iSFM) {
-    return iSFM == 0 || iSFM == 4;
+    return iSFM == 0;
 }
+constexpr int kPreComputedModel = 4;
 }  // namespace
 
 CQUENDARIC_Object_Source_Sound::CQUENDARIC_Object_Source_Sound() = default;
@@ -379,14 +379,19 @@ bool CQUENDARIC_Object_Source_Sound::FollowMoves(int iRate) {
     return true;
 }
 
-// The image models (1 and 2) hand in the room's whole binaural response; the others take
-// the direction's HRTF.
+// The image models (1 and 2) hand in the room's whole binaural response, the pre-computed
+// model (4) its set's response for the listener's place; the others take the direction's
+// HRTF.
 void CQUENDARIC_Object_Source_Sound::RebuildResponse(int iRate) {
     const CQUENDARIC_PARAMETERS &p = *m_pParameters;
     const int iSFM = p.m_iSFM;
     if ((iSFM == 1 || iSFM == 2) && m_pSink != nullptr) {
         if (p.m_iHoldIRs == 0) {
             ReInitializeBinauralImpulseResponse();
+        }
+    } else if (iSFM == kPreComputedModel) {
+        if (p.m_iHoldIRs == 0) {
+            ReInitializeBIR_PCIRS();
         }
     } else {
         if (iSFM == 3 && p.m_iOneReverb == 0 && m_pSink != nullptr && p.m_iHoldIRs == 0) {

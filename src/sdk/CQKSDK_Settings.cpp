@@ -280,8 +280,13 @@ int CQKSDK::qk_SFM_Set_DirPreComputedWav(const char *pcDir) {
     }
     if (params.m_iSFM == kPreComputedModel) {
         params.m_iWorldChanged = 1;
+        params.m_pSFM_PCIRS->init(pcDir != nullptr ? pcDir : "");
     }
     return 0;
+}
+
+int CQKSDK::qk_SFM_PreComputeWav() {
+    return m_pProcessor->SFM_PreComputeWav();
 }
 
 // --- Research

@@ -393,6 +393,12 @@ bool CQUENDARIC_PARAMETERS::LoadSettings(const void *pData, size_t size) {
     return true;
 }
 
+std::shared_ptr<CQUENDARIC_PARAMETERS::Stored> CQUENDARIC_PARAMETERS::ReadStored(qk::CArchive &ar) {
+    auto v = std::make_shared<Stored>();
+    SerializeStored(ar, *v);
+    return v;
+}
+
 std::vector<uint8_t> CQUENDARIC_PARAMETERS::StoreSettings() {
     qk::CMemoryStream stream;
     qk::CArchive ar(stream, qk::CArchive::store);

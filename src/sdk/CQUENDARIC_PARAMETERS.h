@@ -13,6 +13,7 @@
 
 #include "binaural/CHELPER_HRTF.h"
 #include "field/CSFM_ISM_ORMS.h"
+#include "field/CSFM_PCIRS.h"
 #include "field/CSFM_RT.h"
 #include "platform/Object.h"
 #include "platform/Relaxed.h"
@@ -52,6 +53,12 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
     bool LoadSettings(const void *pData, size_t size);
     // The bytes of a settings file for what is in force now.
     std::vector<uint8_t> StoreSettings();
+    // The stored form read from an archive without changing anything (a project is read whole
+    // before any of it is put in force); ApplyStored puts it in force. Throws as the archive
+    // does.
+    struct Stored;
+    static std::shared_ptr<Stored> ReadStored(qk::CArchive &ar);
+    void ApplyStored(const Stored &v) { Apply(v); }
 
     // Second-order Butterworth coefficients b0, b1, b2, a0, a1, a2 for a corner in Hz at
     // m_iSampleRate, not divided by a0. pfCoefs is freed with ippsFree when set and replaced
@@ -140,6 +147,8 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
     // Where each rebuilt response is drawn as an SVG while "GRAPH_BIR" is set; empty: the
     // working folder. Under m_csStrings.
     std::string m_strGraphFolder;
+    // The pre-computed set of model 4, read from m_strDirPreComputedWav.
+    std::unique_ptr<CSFM_PCIRS> m_pSFM_PCIRS = std::make_unique<CSFM_PCIRS>();
     std::string m_strHRTFRequest;
     std::string m_strHRTFRequest_CTC;
     qk::Relaxed<int> m_iWorldChanged = 1;  // one-block change flags
@@ -169,7 +178,6 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
     mutable std::recursive_mutex m_csStrings;
 
   private:
-    struct Stored;
     static void SerializeStored(qk::CArchive &ar, Stored &v);
     Stored Capture();
     void Apply(const Stored &v);

@@ -15,6 +15,7 @@
 #include "binaural/CSERVICE_FILTER.h"
 #include "dsp/CLatePart.h"
 #include "dsp/IppBuffer.h"
+#include "field/CSFM.h"
 #include "platform/EngineLock.h"
 #include "platform/Event.h"
 #include "platform/Relaxed.h"
@@ -182,6 +183,57 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     // 0 on time-out.
     int _processWinAmpThread(int iLength, int iBits, int iChannels, int iSampleRate);
 
+    // Response sets for the pre-computed model. For the listener that renders and each enabled
+    // virtual source, the image model's binaural response (whatever model is in force) is
+    // kept as a 16-bit stereo wave file at 44100 Hz in m_strDirPreComputedWav, named by
+    // PreComputedName; each file is written under a temporary name and renamed. A file that
+    // can't be written is skipped without a word. Holds the engine lock throughout. 0; -1
+    // with no HRTF data set; -2 with no listener.
+    int SFM_PreComputeWav();
+    // The file name of a response (no folder): listener id, its position and look-at, source
+    // id, its position and look-at, '_' between them, coordinates in centimetres rounded to
+    // whole numbers, then ".wav".
+    static std::string PreComputedName(int iListenerID, C3Point listenerPos, C3Point listenerLookAt,
+                                       int iSourceID, C3Point sourcePos, C3Point sourceLookAt);
+    // Writes a planar block (frames per channel, channel k from element k * iFrames) as a PCM
+    // wave file. The block is first scaled by 2^(bits - 1) in place: the caller's floats
+    // change. 0; -1 for more than 2 channels (the block untouched) or a format that can't be
+    // (no channel, frames below 0, bits outside 1..32); -2 the file can't be made; -3 its
+    // data can't be started (the file is removed); -4 writing fails.
+    static int SaveAsWave(const std::string &strName, float *pfBlock, int iFrames, int iChannels,
+                          int iBits, int iRate);
+    // Planar floats to interleaved PCM bytes, truncated toward zero, low byte first, no
+    // clipping (values out of range wrap) and no offset for 8 bits. pbOut, when null, is given
+    // channels x bits x frames / 8 zeroed bytes (new[]; the caller's). Only 8 or 16 bits in 1
+    // or 2 channels write anything.
+    static void ConvertFloatToBytesForWav(unsigned char *&pbOut, const float *pfBlock, int iFrames,
+                                          int iChannels, int iBits, int iRate);
+    // The model a response set is made with: a private image model on the settings' world.
+    std::unique_ptr<CSFM> MakePrivateModel();
+
+    // Project files: the settings, the sound sources, the listeners (none: they aren't
+    // kept), the virtual sources and an end mark 1.0, in that order, each object written
+    // behind a tag of its kind. Storing and loading take the engine lock. Loading reads the
+    // whole project before it changes anything; an archive that ends early or holds what
+    // can't be a project throws CArchiveException and leaves the engine as it was.
+    void Serialize(qk::CArchive &ar);
+    void Serialize_Sources(qk::CArchive &ar);
+    void Serialize_3DSinks(qk::CArchive &ar);
+    void Serialize_3DSources(qk::CArchive &ar);
+    // A project read whole and not yet in force.
+    struct SProject {
+        std::shared_ptr<CQUENDARIC_PARAMETERS::Stored> settings;
+        std::vector<std::unique_ptr<CSOURCE>> sources;
+        std::vector<std::unique_ptr<CQUENDARIC_Object_Source>> objects;
+    };
+    // Reads the sections and the end mark; throws as the archive does, changing nothing.
+    SProject ReadProject(qk::CArchive &ar);
+    // Puts a project in force: the settings, the new lists in place of the old ones (and of
+    // the world's source entries), each virtual source bound to its sound by id (the later of
+    // two with one id), told the settings and the current listener; then the data set of the
+    // settings is requested. Listeners stay as they were. Never throws.
+    void CommitProject(SProject &project);
+
     // True once the engine thread has left its message loop for good.
     bool HasExited() const { return m_iExited != 0; }
     // How file sources at another rate than the engine's are converted: 0 the source base's
@@ -239,6 +291,15 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     void RefreshMoves();
     // Applies the moves hosts have left since the last block; under the lock.
     void TakeMoves();
+    // The sections of a project, read into new lists.
+    static std::vector<std::unique_ptr<CSOURCE>> ReadSources(qk::CArchive &ar);
+    static std::vector<std::unique_ptr<CQUENDARIC_Object_Source>> Read3DSources(qk::CArchive &ar);
+    void StoreSources(qk::CArchive &ar);
+    void Store3DSources(qk::CArchive &ar);
+    // Puts read sources in place of the old ones; BindSounds then points every virtual
+    // source at its sound again.
+    void InstallSources(std::vector<std::unique_ptr<CSOURCE>> &sources);
+    void BindSounds();
 
     // Steps of one block under the lock; the block to hand to the device, or null when none
     // was made.

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <string>
+
+class CDSC_World;
+
 namespace qkcli {
 
 // Each takes the arguments behind its own name and returns the program's exit code.
@@ -10,6 +14,12 @@ int RunPlay(int argc, char **argv);
 int RunBench(int argc, char **argv);
 int RunWorld(int argc, char **argv);
 int RunMaterials(int argc, char **argv);
+int RunPrecompute(int argc, char **argv);
 int RunIr(int argc, char **argv);
+
+// Fills a world from the arguments FILE.txt|FILE.qkworld, --room W D H or --trapezium WF WB D H
+// (metres); false, after a message for a missing file, when they name no world. The world
+// still has to be generated.
+bool LoadWorld(int argc, char **argv, CDSC_World &world, std::string &what);
 
 }  // namespace qkcli

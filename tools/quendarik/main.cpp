@@ -16,6 +16,7 @@ void usage() {
         "  ir      write one source's binaural room response as WAV and SVG files\n"
         "  bench   render with no device and tell the cost of each source\n"
         "  hrtf    make HRTF sets from SOFA files and describe them (quendarik hrtf for more)\n"
+        "  precompute  write response sets over a grid of listener places (for model 4)\n"
         "  world   describe a room (planes, materials, volume, RT60) or store it as .qkworld\n"
         "  materials  list the rows of the materials table\n");
 }
@@ -44,6 +45,9 @@ int main(int argc, char **argv) {
     }
     if (command == "hrtf") {
         return qkcli::RunHrtf(argc - 2, argv + 2);
+    }
+    if (command == "precompute") {
+        return qkcli::RunPrecompute(argc - 2, argv + 2);
     }
     if (command == "world") {
         return qkcli::RunWorld(argc - 2, argv + 2);

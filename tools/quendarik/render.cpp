@@ -17,6 +17,8 @@ void sceneUsage(const char *command) {
         "         [--zero-stuffing] [--convolution partitioned|overlap]\n"
         "         [--speakers [AZ]] [--reverb DRY]\n"
         "         [--room W D H | --preset N | --world FILE] [--order N]%s\n"
+        "   or: quendarik render --project FILE --out FILE.wav [--listener ...]\n"
+        "         [--seconds S] [--block N] [--hrtf SET]\n"
         "Positions in metres: x across, y ahead, z up; the listener looks at the point\n"
         "LX LY LZ. Without a room only the direct sound is rendered (one HRTF by\n"
         "direction, level by distance). In a room (a shoe box centred on x = y = 0\n"
@@ -35,7 +37,19 @@ void sceneUsage(const char *command) {
 
 int RunRender(int argc, char **argv) {
     Scene scene;
-    if (!ParseScene(argc, argv, scene) || scene.out.empty() || scene.sources.empty()) {
+    std::vector<std::string> rest;
+    const bool parsed = ParseScene(argc, argv, scene, &rest);
+    if (parsed && rest.size() == 2 && rest[0] == "--project" && !scene.out.empty() &&
+        scene.sources.empty()) {
+        int block = 0;
+        for (int i = 0; i + 1 < argc; ++i) {
+            if (std::string(argv[i]) == "--block") {
+                block = scene.block;
+            }
+        }
+        return RenderProject(rest[1], scene, block);
+    }
+    if (!parsed || !rest.empty() || scene.out.empty() || scene.sources.empty()) {
         sceneUsage("render");
         return 2;
     }

@@ -101,6 +101,11 @@ class HostedRender {
     bool m_bReady = false;
 };
 
+// Renders a saved project (its sources, virtual sources, settings and the world they name) to
+// scene.out for scene.seconds, heard by a listener at scene.listener, by the engine's own play
+// loop; iBlock frames a block, or the project's block length when 0. The program's exit code.
+int RenderProject(const std::string &project, const Scene &scene, int iBlock);
+
 // Plays a WAV file on the default device; false when no device could be opened.
 bool PlayWaveFile(const std::string &path);
 

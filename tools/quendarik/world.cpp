@@ -56,51 +56,6 @@ bool endsWithArchive(const std::string &path) {
     return path.size() >= 8 && qk::ToUpper(path.substr(path.size() - 8)) == ".QKWORLD";
 }
 
-// Fills the world from the arguments; false (after a message) when they name no world.
-bool loadWorld(int argc, char **argv, CDSC_World &world, std::string &what) {
-    if (argc >= 1 && std::string(argv[0]) == "--room") {
-        std::string w, d, h;
-        if (argc != 4 || !parseLength(argv[1], w) || !parseLength(argv[2], d) ||
-            !parseLength(argv[3], h)) {
-            return false;
-        }
-        CWorld_Utils::Generate_ShoeBox(&world, w, d, h);
-        what = "shoe box " + w + " x " + d + " x " + h + " m";
-        return true;
-    }
-    if (argc >= 1 && std::string(argv[0]) == "--trapezium") {
-        std::string wf, wb, d, h;
-        if (argc != 5 || !parseLength(argv[1], wf) || !parseLength(argv[2], wb) ||
-            !parseLength(argv[3], d) || !parseLength(argv[4], h)) {
-            return false;
-        }
-        CWorld_Utils::Generate_Trapezium(&world, wf, wb, d, h);
-        what = "trapezium " + wf + ", " + wb + ", " + d + ", " + h + " m";
-        return true;
-    }
-    if (argc != 1) {
-        return false;
-    }
-    std::error_code ec;
-    const std::string path = std::filesystem::absolute(argv[0], ec).string();
-    what = path;
-    if (!qk::files::Exists(path)) {
-        std::fprintf(stderr, "quendarik: no such file: %s\n", argv[0]);
-        return false;
-    }
-    if (endsWithArchive(path)) {
-        qk::CFileStream file;
-        if (!file.Open(path, false)) {
-            return false;
-        }
-        qk::CArchive ar(file, qk::CArchive::load);
-        world.Serialize(ar);
-        return true;
-    }
-    CDSC_Scene::Import(&world, path, "main gd", 1);
-    return true;
-}
-
 // Area of a plane polygon in space (Newell's normal), square metres.
 double area(const CVRPlane &plane) {
     double nx = 0.0, ny = 0.0, nz = 0.0;
@@ -166,6 +121,51 @@ int save(CDSC_World &world, const std::string &out) {
 }
 }  // namespace
 
+// Fills the world from the arguments; false (after a message) when they name no world.
+bool LoadWorld(int argc, char **argv, CDSC_World &world, std::string &what) {
+    if (argc >= 1 && std::string(argv[0]) == "--room") {
+        std::string w, d, h;
+        if (argc != 4 || !parseLength(argv[1], w) || !parseLength(argv[2], d) ||
+            !parseLength(argv[3], h)) {
+            return false;
+        }
+        CWorld_Utils::Generate_ShoeBox(&world, w, d, h);
+        what = "shoe box " + w + " x " + d + " x " + h + " m";
+        return true;
+    }
+    if (argc >= 1 && std::string(argv[0]) == "--trapezium") {
+        std::string wf, wb, d, h;
+        if (argc != 5 || !parseLength(argv[1], wf) || !parseLength(argv[2], wb) ||
+            !parseLength(argv[3], d) || !parseLength(argv[4], h)) {
+            return false;
+        }
+        CWorld_Utils::Generate_Trapezium(&world, wf, wb, d, h);
+        what = "trapezium " + wf + ", " + wb + ", " + d + ", " + h + " m";
+        return true;
+    }
+    if (argc != 1) {
+        return false;
+    }
+    std::error_code ec;
+    const std::string path = std::filesystem::absolute(argv[0], ec).string();
+    what = path;
+    if (!qk::files::Exists(path)) {
+        std::fprintf(stderr, "quendarik: no such file: %s\n", argv[0]);
+        return false;
+    }
+    if (endsWithArchive(path)) {
+        qk::CFileStream file;
+        if (!file.Open(path, false)) {
+            return false;
+        }
+        qk::CArchive ar(file, qk::CArchive::load);
+        world.Serialize(ar);
+        return true;
+    }
+    CDSC_Scene::Import(&world, path, "main gd", 1);
+    return true;
+}
+
 int RunWorld(int argc, char **argv) {
     qk::SetReportHandler(&printReport, 0);
     if (argc < 1) {
@@ -178,10 +178,10 @@ int RunWorld(int argc, char **argv) {
     CDSC_World world;
     world.m_pCode4 = &code;
     std::string what;
-    if (command == "info" && loadWorld(argc - 1, argv + 1, world, what)) {
+    if (command == "info" && LoadWorld(argc - 1, argv + 1, world, what)) {
         return info(world, code, what);
     }
-    if (command == "save" && argc >= 3 && loadWorld(argc - 2, argv + 1, world, what)) {
+    if (command == "save" && argc >= 3 && LoadWorld(argc - 2, argv + 1, world, what)) {
         return save(world, argv[argc - 1]);
     }
     usage();
