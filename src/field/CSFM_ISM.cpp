@@ -155,6 +155,9 @@ int CSFM_ISM::CalculateImages() {
                 m_Images.push_back(image);
             }
         }
+        if (m_Images.size() == end) {
+            break;  // a world without planes: no generation adds anything
+        }
         first = end;
         end = m_Images.size();
     }

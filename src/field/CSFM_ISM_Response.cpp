@@ -172,7 +172,8 @@ int CSFM_ISM::GetCommonIRParameters(int &iLength, int iSampleRate, float fTemper
         }
     }
     const float fMax = *std::max_element(m_pfDelays.begin(), m_pfDelays.end());
-    const double length = static_cast<double>(fMax) / 1000.0 * iSampleRate + (m_iOrder + 1) * 32.0;
+    const double length =
+        static_cast<double>(fMax) / 1000.0 * iSampleRate + (m_iOrder + 1.0) * 32.0;
     if (!(length >= 1.0) || length >= kMaxEchogram) {
         return -1;
     }

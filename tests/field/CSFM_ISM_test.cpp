@@ -287,6 +287,13 @@ TEST_F(ShoeBox, AHighOrderStopsAtTheCapWithOneReport) {
     EXPECT_EQ(Echogram(at(0.3f, 0.25f, 1.1f), listener, 9), 0);  // usable, and not told again
     EXPECT_EQ(reports.entries.size(), 1u);
     EXPECT_GT(model->m_ValidImages.size(), 25u);
+
+    // An absurd order in a world without planes makes the direct sound at once, and no
+    // response (its length would be the order's); an absurd temperature gives none either.
+    world->ClearPlanes();
+    ASSERT_EQ(Echogram(source, listener, 2147483647, 25.0f, 1), -1);
+    EXPECT_EQ(model->m_Images.size(), 1u);
+    EXPECT_EQ(Echogram(source, listener, 1, -273.0f, 1), -1);
 }
 
 TEST_F(ShoeBox, TheManagerKeepsAModelPerSourceAndSharesInSharedMode) {
