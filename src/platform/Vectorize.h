@@ -5,7 +5,8 @@
 //
 // QK_VECTORIZE_WIDE also makes an AVX2 version of the function beside the baseline one on
 // x86-64; the loader picks the one the processor runs. Sanitizer builds keep one version, as
-// the signal layer's kernels do: the loader's choice runs before the sanitizer's runtime (either sanitizer).
+// the signal layer's kernels do: the loader's choice runs before the sanitizer's runtime (either
+// sanitizer).
 #pragma once
 
 #if defined(__GNUC__) && !defined(__clang__)
