@@ -167,10 +167,14 @@ void CQUENDARIC_Object_Source::ReInitializeHRTF(int iRate) {
     m_HRTF.m_iElevation = iElevation;
     m_HRTF.ReInitialize(iAzimuth, iElevation, iRate);
     ClearBinaural();
-    if (m_HRTF.m_iNewLength != 0 && m_HRTF.m_pfLeft != nullptr && m_HRTF.m_pfRight != nullptr) {
-        m_pfBIRLeft = CopyIppArray(m_HRTF.m_pfLeft, m_HRTF.m_iNewLength);
-        m_pfBIRRight = CopyIppArray(m_HRTF.m_pfRight, m_HRTF.m_iNewLength);
-        m_iBIRLength = m_pfBIRLeft != nullptr && m_pfBIRRight != nullptr ? m_HRTF.m_iNewLength : 0;
+    // m_iLength is the length of the convolver's arrays whatever set them last (a room's
+    // response may have been longer than the direction's HRTF that replaced it).
+    const int iLength = m_HRTF.m_iLength;
+    if (m_HRTF.m_iNewLength != 0 && iLength > 0 && m_HRTF.m_pfLeft != nullptr &&
+        m_HRTF.m_pfRight != nullptr) {
+        m_pfBIRLeft = CopyIppArray(m_HRTF.m_pfLeft, iLength);
+        m_pfBIRRight = CopyIppArray(m_HRTF.m_pfRight, iLength);
+        m_iBIRLength = m_pfBIRLeft != nullptr && m_pfBIRRight != nullptr ? iLength : 0;
     }
 }
 

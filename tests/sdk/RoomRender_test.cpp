@@ -219,3 +219,32 @@ TEST(RoomRender, EachRebuildIsDrawnWhenAsked) {
     EXPECT_NE(text.find("Total images: 37 / Used: 25"), std::string::npos);
     std::filesystem::remove_all(folder);
 }
+
+// From a room back to free field after the block length changed: the response handed to the
+// host is the direction's HRTF, never more than the convolver's arrays hold.
+TEST(RoomRender, BackToFreeFieldAfterANewBlockLength) {
+    if (!std::ifstream(kDefaultSet).good()) {
+        GTEST_SKIP() << "the build's default HRTF set is missing";
+    }
+    CQKSDK sdk;
+    sdk.qk_Siml_Set_Convolution(1);
+    const RoomScene scene(sdk, 1);
+    std::vector<float> block(1024, 0.0f);
+    auto render = [&](int n) {
+        sdk.qk_Ssrc_Gen_Samples_1P(scene.sound, block.data(), n, 16, 1, kRate);
+        return sdk.qk_Siml_Process_WinAmp(n, 16, 2, kRate);
+    };
+    ASSERT_EQ(render(1024), 0);
+    float *left = nullptr, *right = nullptr;
+    int room = 0;
+    sdk.qk_Vsrc_Get_BIR(scene.source, left, right, room);
+    ASSERT_GT(room, 1000);
+    ASSERT_EQ(render(512), 0);  // a new format: the convolver starts again from the set
+    sdk.qk_SFM_Set(0);
+    sdk.qk_Vsrc_Set_Position(scene.source, -1.0f, 1.0f, 1.3f);
+    ASSERT_EQ(render(512), 0);
+    int length = 0;
+    sdk.qk_Vsrc_Get_BIR(scene.source, left, right, length);
+    EXPECT_GT(length, 0);
+    EXPECT_LE(length, 512);
+}
