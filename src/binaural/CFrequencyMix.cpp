@@ -1,5 +1,6 @@
 #include "binaural/CFrequencyMix.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "binaural/CSERVICE_PARTITIONED_HRTF.h"
@@ -109,5 +110,38 @@ void CFrequencyMix::Finish(float *pfBlock) {
         ippsZero_32f(m_sums[kind], 2 * m_iPartitions * Floats());
         m_used[kind] = false;
     }
+    m_bActive = false;
+}
+
+QK_VECTORIZE_WIDE void CFrequencyMix::TakeRange(CFrequencyMix &other, int iFrom, int iTo) {
+    if (!m_bActive || !other.m_bActive || other.m_iBlock != m_iBlock) {
+        return;
+    }
+    const int floats = Floats();
+    const int from = std::max(iFrom, 0);
+    const int to = std::min(iTo, floats);
+    for (int kind = 0; kind < 3; ++kind) {
+        if (!other.m_used[kind]) {
+            continue;
+        }
+        for (int s = 0; s < 2 * m_iPartitions; ++s) {
+            float *__restrict sum = m_sums[kind] + s * floats;
+            float *__restrict add = other.m_sums[kind] + s * floats;
+            for (int i = from; i < to; ++i) {
+                sum[i] += add[i];
+                add[i] = 0.0f;
+            }
+        }
+    }
+}
+
+void CFrequencyMix::AddMarks(const CFrequencyMix &other) {
+    for (int kind = 0; kind < 3; ++kind) {
+        m_used[kind] = m_used[kind] || other.m_used[kind];
+    }
+}
+
+void CFrequencyMix::Taken() {
+    m_used = {};
     m_bActive = false;
 }

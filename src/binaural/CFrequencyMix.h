@@ -40,6 +40,14 @@ class CFrequencyMix {
     // Says that sums of a kind were added to this block, so that Finish transforms them. On
     // one thread, before Finish.
     void MarkUsed(Kind kind) { m_used[kind] = true; }
+    bool Used(Kind kind) const { return m_used[kind]; }
+    // Moves the floats iFrom .. iTo of every sum another mix of the same block used into this
+    // mix's sums: added here, zeroed there. Several threads may take distinct floats at
+    // once. AddMarks marks here the kinds the other used; Taken ends the other's block once
+    // all its floats are taken. Both on one thread.
+    void TakeRange(CFrequencyMix &other, int iFrom, int iTo);
+    void AddMarks(const CFrequencyMix &other);
+    void Taken();
     int Partitions() const { return m_iPartitions; }
     bool Active() const { return m_bActive; }
     int BlockLength() const { return m_iBlock; }

@@ -71,6 +71,11 @@ class CQUENDARIC_Object_Source : public CQUENDARIC_Object {
     // whole by _process in the finishing phase.
     virtual bool RendersInPhases() const { return false; }
     virtual int PrepareBlock(int n, int iRate) { return 0; }
+    // PrepareBlock for a source whose spectra go whole into the sums given (a group's, summed
+    // into the listener's later) rather than into the listener's in a phase of their own.
+    virtual int PrepareBlockInto(int n, int iRate, CFrequencyMix &sums) {
+        return PrepareBlock(n, iRate);
+    }
     // Says which of the listener's sums the block adds to; on the engine thread.
     virtual void MarkSpectrum(CFrequencyMix &mix) const {}
     virtual void AccumulateSpectrum(CFrequencyMix &mix, int iFrom, int iTo) const {}

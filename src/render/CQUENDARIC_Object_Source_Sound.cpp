@@ -122,6 +122,15 @@ int CQUENDARIC_Object_Source_Sound::PrepareBlock(int n, int iRate) {
     return m_bPrepared ? 0 : -1;
 }
 
+int CQUENDARIC_Object_Source_Sound::PrepareBlockInto(int n, int iRate, CFrequencyMix &sums) {
+    m_bPhased = false;
+    m_pMixTarget = &sums;
+    SettleHeld(n, iRate);
+    m_bPrepared = Prepare(n, iRate) == 0;
+    m_pMixTarget = nullptr;
+    return m_bPrepared ? 0 : -1;
+}
+
 void CQUENDARIC_Object_Source_Sound::MarkSpectrum(CFrequencyMix &mix) const {
     if (m_bPrepared && m_bMixedInSpectrum && m_bPhased) {
         m_HRTF.MarkIntoMix(mix);
@@ -529,7 +538,7 @@ void CQUENDARIC_Object_Source_Sound::Render(int n, int iRate, int iSelector, flo
     if (m_pParameters->m_iSplitBands == 0) {
         // Into the listener's spectrum sums when it mixes in the frequency domain: no inverse
         // transform, no copy and no mix of this object's own.
-        CFrequencyMix &mix = m_pSink->m_Mix;
+        CFrequencyMix &mix = m_pMixTarget != nullptr ? *m_pMixTarget : m_pSink->m_Mix;
         m_fSpectrumGain = fGain;
         float *pfMono = m_pfBlockMono;
         m_bMixedInSpectrum =

@@ -38,6 +38,7 @@ class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
     // _process in phases, for the engine's workers (see the base).
     bool RendersInPhases() const override { return true; }
     int PrepareBlock(int n, int iRate) override;
+    int PrepareBlockInto(int n, int iRate, CFrequencyMix &sums) override;
     void MarkSpectrum(CFrequencyMix &mix) const override;
     void AccumulateSpectrum(CFrequencyMix &mix, int iFrom, int iTo) const override;
     void FinishBlock(int n) override;
@@ -69,8 +70,9 @@ class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
     bool m_bMixedInSpectrum = false;
     // The block is rendered in phases: the spectrum sums are added by AccumulateSpectrum.
     bool m_bPhased = false;
-    float m_fSpectrumGain = 1.0f;  // the level the phased block adds to the sums with
-    bool m_bPrepared = false;      // the block was rendered and waits to be finished
+    float m_fSpectrumGain = 1.0f;           // the level the phased block adds to the sums with
+    bool m_bPrepared = false;               // the block was rendered and waits to be finished
+    CFrequencyMix *m_pMixTarget = nullptr;  // sums the block goes into instead of the listener's
     // The block's mono signal: m_pfMono, or a sound's channel taken as it is.
     float *m_pfBlockMono = nullptr;
     // Copies that aren't made unless a later block reads them. While m_iBlockHeld is a block

@@ -314,6 +314,8 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     // thread count, and so is the output.
     void RenderObjectsInPhases(CQUENDARIC_Object_Sink &listener, int n, int iRate,
                                bool bFrequencyMix);
+    // Ends the block of each object of m_blockObjects in list order, on the engine thread.
+    void FinishObjects(int n, int iRate);
     // The worker pool for the thread count in force; made again when the count changes.
     qk::CWorkerPool &Workers();
     // Ends the one-block change pulses.
@@ -327,6 +329,8 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     std::unique_ptr<qk::CWorkerPool> m_pWorkers;
     // The enabled sources of the block being rendered in phases; keeps its capacity.
     std::vector<CQUENDARIC_Object_Source *> m_blockObjects;
+    // The spectrum sums of the groups of sources a block is summed by; kept across blocks.
+    std::vector<std::unique_ptr<CFrequencyMix>> m_groupMixes;
     const int m_iDefaultThreads = qk::CWorkerPool::DefaultThreads();
     qk::Relaxed<int> m_iFileResampling = 0;
     qk::Relaxed<int> m_iExited = 0;

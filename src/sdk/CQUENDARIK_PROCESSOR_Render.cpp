@@ -91,7 +91,9 @@ float *CQUENDARIK_PROCESSOR::RenderObjects(CQUENDARIC_Object_Sink &listener, int
     // validate, so the sources rebuild one after the other in list order.
     const int sfm = m_Parameters.m_iSFM;
     const bool bShared = m_Parameters.m_iORMS == 1 && (sfm == 1 || sfm == 2);
-    if (!bShared && Workers().Threads() > 1) {
+    // Sources mixed in the frequency domain are always summed by groups, so that the sums
+    // come out the same whatever the thread count, one thread included.
+    if (!bShared && (bFrequencyMix || Workers().Threads() > 1)) {
         for (auto &object : m_list3DSources) {
             if (object->m_iEnable != 0) {
                 object->m_pSink = &listener;
@@ -125,8 +127,21 @@ qk::CWorkerPool &CQUENDARIK_PROCESSOR::Workers() {
 }
 
 namespace {
+// Sources of a block summed together into a group's own spectrum sums, in list order, by one
+// thread while their spectra are still in its cache. The groups' sums are then added into the
+// listener's in group order, by ranges of the spectrum. Groups hold at least kGroup sources and
+// are at most kGroups, so that few sums are added in the end; both depend on the source count
+// alone, so the order of every addition is the same whatever the thread count.
+constexpr size_t kGroup = 32;
+constexpr size_t kGroups = 16;
+
+size_t groupSize(size_t objects) {
+    return std::max(kGroup, (objects + kGroups - 1) / kGroups);
+}
+
 struct PhaseWork {
     std::vector<CQUENDARIC_Object_Source *> *objects;
+    std::vector<std::unique_ptr<CFrequencyMix>> *groups;
     CFrequencyMix *mix;
     int n;
     int iRate;
@@ -141,12 +156,29 @@ void prepareObject(void *context, int i) {
     }
 }
 
-void accumulateRange(void *context, int j) {
+void renderGroup(void *context, int g) {
+    const PhaseWork &work = *static_cast<const PhaseWork *>(context);
+    // The first group goes straight into the listener's sums, which start at zero: the same
+    // bits as a sum of its own added to them.
+    CFrequencyMix &sums = g == 0 ? *work.mix : *(*work.groups)[static_cast<size_t>(g)];
+    const size_t size = groupSize(work.objects->size());
+    const size_t end = std::min(work.objects->size(), static_cast<size_t>(g + 1) * size);
+    for (size_t i = static_cast<size_t>(g) * size; i < end; ++i) {
+        CQUENDARIC_Object_Source *object = (*work.objects)[i];
+        if (object->RendersInPhases()) {
+            object->PrepareBlockInto(work.n, work.iRate, sums);
+        }
+    }
+}
+
+void takeRange(void *context, int j) {
     const PhaseWork &work = *static_cast<const PhaseWork *>(context);
     const int from = j * work.iRange;
     const int to = std::min(work.mix->Floats(), from + work.iRange);
-    for (CQUENDARIC_Object_Source *object : *work.objects) {
-        object->AccumulateSpectrum(*work.mix, from, to);
+    const size_t size = groupSize(work.objects->size());
+    const size_t groups = (work.objects->size() + size - 1) / size;
+    for (size_t g = 1; g < groups; ++g) {
+        work.mix->TakeRange(*(*work.groups)[g], from, to);
     }
 }
 }  // namespace
@@ -166,18 +198,40 @@ void CQUENDARIK_PROCESSOR::RenderObjectsInPhases(CQUENDARIC_Object_Sink &listene
         }
     }
     qk::CWorkerPool &workers = Workers();
-    PhaseWork work{&m_blockObjects, &listener.m_Mix, n, iRate, 0};
-    workers.Run(static_cast<int>(m_blockObjects.size()), &prepareObject, &work);
-    if (bFrequencyMix) {
-        for (CQUENDARIC_Object_Source *object : m_blockObjects) {
-            object->MarkSpectrum(listener.m_Mix);
+    PhaseWork work{&m_blockObjects, &m_groupMixes, &listener.m_Mix, n, iRate, 0};
+    if (!bFrequencyMix) {
+        workers.Run(static_cast<int>(m_blockObjects.size()), &prepareObject, &work);
+    } else {
+        const size_t size = groupSize(m_blockObjects.size());
+        const size_t groups = (m_blockObjects.size() + size - 1) / size;
+        while (m_groupMixes.size() < groups) {
+            m_groupMixes.push_back(std::make_unique<CFrequencyMix>());
+        }
+        for (size_t g = 1; g < groups; ++g) {
+            m_groupMixes[g]->Begin(n);  // allocates only for a new block length
+        }
+        workers.Run(static_cast<int>(groups), &renderGroup, &work);
+        if (groups < 2) {
+            // One group: its sources went straight into the listener's sums.
+            FinishObjects(n, iRate);
+            return;
+        }
+        for (size_t g = 1; g < groups; ++g) {
+            listener.m_Mix.AddMarks(*m_groupMixes[g]);
         }
         // A few ranges a thread, each a whole number of complex values.
         const int floats = listener.m_Mix.Floats();
         const int ranges = std::min(4 * workers.Threads(), floats / 2);
         work.iRange = ((floats + ranges - 1) / ranges + 1) & ~1;
-        workers.Run((floats + work.iRange - 1) / work.iRange, &accumulateRange, &work);
+        workers.Run((floats + work.iRange - 1) / work.iRange, &takeRange, &work);
+        for (size_t g = 1; g < groups; ++g) {
+            m_groupMixes[g]->Taken();
+        }
     }
+    FinishObjects(n, iRate);
+}
+
+void CQUENDARIK_PROCESSOR::FinishObjects(int n, int iRate) {
     for (CQUENDARIC_Object_Source *object : m_blockObjects) {
         if (object->RendersInPhases()) {
             object->FinishBlock(n);
