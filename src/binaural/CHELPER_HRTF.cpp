@@ -114,6 +114,7 @@ void CHELPER_HRTF::DropSpectra() {
     std::lock_guard<std::mutex> guard(m_spectraMutex);
     m_pSpectra.reset();
     m_pfSpectraOf = nullptr;
+    ++m_uSamplesGeneration;
 }
 
 void CHELPER_HRTF::Clear() {

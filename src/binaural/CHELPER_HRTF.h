@@ -122,6 +122,9 @@ class CHELPER_HRTF : public qk::CObject {
     // first call for that length and kept while the set's samples stay; any thread. Null when
     // the set is empty or the table too large.
     std::shared_ptr<const CHRTFFilterBank> Spectra(int iPartition) const;
+    // Counts the changes of the samples (each load, each clear), so that a holder of a table
+    // of Spectra knows when to ask again. Changed on the engine's thread only.
+    unsigned SamplesGeneration() const { return m_uSamplesGeneration; }
 
     float m_fVersion = 1.0f;
     char m_szDescription[kDescriptionSize] = {};
@@ -143,6 +146,7 @@ class CHELPER_HRTF : public qk::CObject {
     mutable std::mutex m_spectraMutex;
     mutable std::shared_ptr<const CHRTFFilterBank> m_pSpectra;  // the table made last
     mutable const float *m_pfSpectraOf = nullptr;               // the samples it was made of
+    unsigned m_uSamplesGeneration = 0;
 
     // Forgets the spectra table; before the samples change.
     void DropSpectra();

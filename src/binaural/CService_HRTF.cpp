@@ -138,8 +138,8 @@ int CService_HRTF::ReInitialize(int iAzimuth, int iElevation, int iSampleRate) {
         // without a cross-fade between two equal filters. Anything waiting is dropped, as a
         // later response would replace it.
         const int iPartition = m_Partitioned.PartitionLength();
-        const std::shared_ptr<const CHRTFFilterBank> table =
-            iPartition > 0 && !m_Partitioned.Fading() ? m_pHelper->Spectra(iPartition) : nullptr;
+        const CHRTFFilterBank *table =
+            iPartition > 0 && !m_Partitioned.Fading() ? Table(iPartition).get() : nullptr;
         const bool bSame =
             table != nullptr && m_Partitioned.InUse(*table, m_iNewLeftSlot, m_iNewRightSlot);
         m_bReInitialize = bSame ? 0 : 1;
@@ -214,9 +214,8 @@ void CService_HRTF::TakeWaitingResponse(int n) {
     m_bReInitialize = 0;
     if (m_bNewFromTable) {
         m_bNewFromTable = false;
-        if (m_Partitioned.SetResponseSpectra(
-                m_pHelper->Spectra(CSERVICE_PARTITIONED_HRTF::PartitionFor(n)), m_iNewLeftSlot,
-                m_iNewRightSlot, n) == 0) {
+        if (m_Partitioned.SetResponseSpectra(Table(CSERVICE_PARTITIONED_HRTF::PartitionFor(n)),
+                                             m_iNewLeftSlot, m_iNewRightSlot, n) == 0) {
             return;
         }
         // No table fits: the taps after all.
@@ -334,4 +333,17 @@ void CService_HRTF::Serialize(qk::CArchive &ar) {
         m_iAzimuth = iAzimuth;
         m_iElevation = iElevation;
     }
+}
+
+// The set's table for a partition length, asked of the set only when the set, its samples or
+// the length changed: moves of many sources on several threads don't meet at the set's lock.
+const std::shared_ptr<const CHRTFFilterBank> &CService_HRTF::Table(int iPartition) {
+    const unsigned generation = m_pHelper->SamplesGeneration();
+    if (m_pTable == nullptr || m_pTableSet != m_pHelper || m_uTableGeneration != generation ||
+        m_pTable->PartitionLength() != iPartition) {
+        m_pTable = m_pHelper->Spectra(iPartition);
+        m_pTableSet = m_pHelper;
+        m_uTableGeneration = generation;
+    }
+    return m_pTable;
 }

@@ -106,6 +106,11 @@ class CService_HRTF : public CSERVICE {
     // The waiting response is the set's slots m_iNewLeftSlot, m_iNewRightSlot, whose spectra
     // the set's table holds (partitioned method only).
     bool m_bNewFromTable = false;
+    // The set's table of spectra last taken, and which set and samples it belongs to.
+    std::shared_ptr<const CHRTFFilterBank> m_pTable;
+    const CHELPER_HRTF *m_pTableSet = nullptr;
+    unsigned m_uTableGeneration = 0;
+    const std::shared_ptr<const CHRTFFilterBank> &Table(int iPartition);
     int m_iNewLeftSlot = 0;
     int m_iNewRightSlot = 0;
     std::string m_strStatus;  // "OK" or what failed; for diagnosis only
