@@ -5,7 +5,6 @@
 #include <cstring>
 #include <mutex>
 
-#include "field/ResponsePlot.h"
 #include "platform/Archive.h"
 #include "platform/Report.h"
 #include "render/BlockMath.h"
@@ -418,105 +417,6 @@ void CQUENDARIC_Object_Source_Sound::RebuildResponse(int iRate) {
     }
 }
 
-// The diagnostic graph of the response just rebuilt, as an SVG file in the settings' graph
-// folder, one file per rebuild. A file that can't be written is reported once.
-void CQUENDARIC_Object_Source_Sound::DrawGraph(int iRate) {
-    CQUENDARIC_PARAMETERS &p = *m_pParameters;
-    std::string folder;
-    {
-        std::lock_guard<std::recursive_mutex> guard(p.m_csStrings);
-        folder = p.m_strGraphFolder;
-    }
-    SResponsePlot plot;
-    plot.pfLeft = m_pfBIRLeft;
-    plot.pfRight = m_pfBIRRight;
-    plot.iLength = m_iBIRLength;
-    plot.pfEchogram = m_pfMonoIR;
-    plot.iEchogramLength = m_iMonoIRLength;
-    plot.iSampleRate = iRate;
-    if (CSFM *pModel = RoomModel()) {
-        plot.fRT60 = pModel->GetRT60();
-    }
-    if (const CSFM_ISM *pRoom = p.m_pSFM_ORMS->Model(m_iID)) {
-        plot.iImagesTotal = pRoom->m_iImagesTotal;
-        plot.iImagesUsed = pRoom->m_iImagesValid;
-    }
-    char name[64];
-    std::snprintf(name, sizeof name, "BIR_%d_%05d.svg", m_iID, m_iGraphCount++);
-    const std::string path = folder.empty() ? name : folder + "/" + name;
-    if (WriteResponsePlot(path, plot) != 0 && !m_bGraphFailed) {
-        m_bGraphFailed = true;
-        qk::Report("The response graph could not be written to " + path, kCaption,
-                   qk::Severity::Warning);
-    }
-}
-
-// The room model's echogram and early delays for this source, without a binaural response:
-// what the late part of model 3 is tuned from.
-void CQUENDARIC_Object_Source_Sound::EarlyPartOnly() {
-    CSFM *pModel = RoomModel();
-    if (pModel == nullptr) {
-        return;
-    }
-    const CQUENDARIC_PARAMETERS &p = *m_pParameters;
-    float *pfLeft = nullptr;
-    float *pfRight = nullptr;
-    int iLength = 0;
-    float fPeakL = 0.0f;
-    float fPeakR = 0.0f;
-    pModel->GetBinauralImpulseResponse(
-        nullptr, m_pfMonoIR, m_iMonoIRLength, pfLeft, pfRight, iLength, m_position, m_lookAt,
-        m_pSink->m_position, m_pSink->m_lookAt, "", p.m_iSpecularOrder, p.m_fTemperature, m_iRate,
-        fPeakL, fPeakR, p.m_iMaterialChanged, m_iRecalculate, p.m_iMaterialCoeffs, m_iID);
-}
-
-float CQUENDARIC_Object_Source_Sound::Initialize_LatePart(int, int iRate,
-                                                          CQUENDARIC_Service_Reverb *pLeft,
-                                                          CQUENDARIC_Service_Reverb *pRight) {
-    CSFM *pModel = RoomModel();
-    if (pModel == nullptr || pLeft == nullptr || pRight == nullptr || m_pParameters == nullptr) {
-        return 0.0f;
-    }
-    SLateField field;
-    field.fRT60 = pModel->GetRT60();
-    field.fOnset = static_cast<float>(m_iMonoIRLength);
-    m_pParameters->m_pSFM_ORMS->EarlyDelays(m_iID, field.afEarlyDelays);
-    // Without a reverberation time (no room) the pair stays empty and adds nothing.
-    if (!(field.fRT60 > 0.0f)) {
-        return 0.0f;
-    }
-    return CLatePart::Initialize(field, iRate, *pLeft, *pRight);
-}
-
-void CQUENDARIC_Object_Source_Sound::GetSamples_LatePart(float *pfIn, float *pfOut, int n,
-                                                         CQUENDARIC_Service_Reverb *pLeft,
-                                                         CQUENDARIC_Service_Reverb *pRight,
-                                                         int iRate) {
-    CQUENDARIC_PARAMETERS &p = *m_pParameters;
-    const float fDry = p.m_fReverbDryLevel;
-    p.m_fReverbWetLevel = 1.0f - fDry;
-    if (pLeft == nullptr) {
-        return;
-    }
-    if (pRight == nullptr) {
-        CLatePart::ProcessChannel(pfIn, pfOut, n, fDry, *pLeft, m_pfLateScratch);
-        return;
-    }
-    // The binaural road: each ear's early signal feeds that ear's reverb.
-    if (m_HRTF._process(pfIn, n, iRate) != 0 || m_HRTF.m_pfData == nullptr) {
-        zeroFloats(pfOut, 2 * n);
-        return;
-    }
-    CLatePart::Process(m_HRTF.m_pfData, pfOut, n, fDry, *pLeft, *pRight, m_pfLateScratch);
-}
-
-void CQUENDARIC_Object_Source_Sound::Terminate_LatePart(CQUENDARIC_Service_Reverb *pLeft,
-                                                        CQUENDARIC_Service_Reverb *pRight) {
-    if (pLeft != nullptr && pRight != nullptr) {
-        CLatePart::Terminate(*pLeft, *pRight);
-    }
-}
-
 void CQUENDARIC_Object_Source_Sound::Convolve(float *pfIn, int n, int iRate, float fGain) {
     m_iBlockHeld = 0;
     if (m_HRTF._process(pfIn, n, iRate) != 0 || m_HRTF.m_pfData == nullptr) {
@@ -571,31 +471,6 @@ void CQUENDARIC_Object_Source_Sound::Render(int n, int iRate, int iSelector, flo
     if (fGain != 1.0f) {
         qk::ScaleBlock(m_pfData, 2 * n, fGain);
     }
-}
-
-// Model 2: the room's early response with this source's late part mixed in by the dry level.
-// Model 3: one HRTF for the direction, then each ear's reverb, whose output alone is heard.
-// Either way the object's block holds the result, and m_pfMono the block's mono signal.
-void CQUENDARIC_Object_Source_Sound::RenderWithLatePart(int n, int iRate, int iSFM) {
-    float *pfMono = m_pfBlockMono;
-    if (pfMono != m_pfMono.get()) {
-        copyFloats(pfMono, m_pfMono, n);
-    }
-    m_iMonoHeld = 0;
-    m_iBlockHeld = 0;
-    if (iSFM == 2) {
-        GetSamples_LatePart(m_pfMono, m_pfData, n, &m_ReverbL, &m_ReverbR, iRate);
-        return;
-    }
-    Convolve(m_pfMono, n, iRate, 1.0f);
-    SettleBlock();
-    if (m_pfLateScratch.size() < n) {
-        m_pfLateScratch.AllocateZeroed(2 * n);
-    }
-    m_ReverbL.Process(m_pfData, m_pfLateScratch, n);
-    copyFloats(m_pfLateScratch, m_pfData, n);
-    m_ReverbR.Process(m_pfData + n, m_pfLateScratch, n);
-    copyFloats(m_pfLateScratch, m_pfData + n, n);
 }
 
 float CQUENDARIC_Object_Source_Sound::DirectPathLevel() {
