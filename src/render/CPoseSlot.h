@@ -39,8 +39,9 @@ class CPoseSlot {
         m_uSequence.store(seq + 2, std::memory_order_release);
     }
 
-    // The engine, or a thread holding the engine lock: true, with the pose last published,
-    // when one was published since the last Take.
+    // The engine (or the worker rendering the object during a block), or a thread holding the
+    // engine lock: true, with the pose last published, when one was published since the last
+    // Take.
     bool Take(Pose &pose) {
         for (;;) {
             const uint32_t before = m_uSequence.load(std::memory_order_acquire);

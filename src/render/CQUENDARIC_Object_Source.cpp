@@ -104,6 +104,19 @@ void CQUENDARIC_Object_Source::Move(C3Point position) {
     Recalculate();
 }
 
+bool CQUENDARIC_Object_Source::TakeMove() {
+    CPoseSlot::Pose pose{};
+    if (!m_PoseRequest.Take(pose)) {
+        return false;
+    }
+    const C3Point point(pose[0], pose[1], pose[2], 0);
+    if (m_pVRSource != nullptr) {
+        m_pVRSource->m_position = point;
+    }
+    Move(point);
+    return true;
+}
+
 void CQUENDARIC_Object_Source::Move(float fY) {
     if (m_pSink == nullptr) {
         return;
@@ -166,16 +179,27 @@ void CQUENDARIC_Object_Source::ReInitializeHRTF(int iRate) {
     m_HRTF.m_iAzimuth = iAzimuth;
     m_HRTF.m_iElevation = iElevation;
     m_HRTF.ReInitialize(iAzimuth, iElevation, iRate);
-    ClearBinaural();
     // m_iLength is the length of the convolver's arrays whatever set them last (a room's
     // response may have been longer than the direction's HRTF that replaced it).
     const int iLength = m_HRTF.m_iLength;
-    if (m_HRTF.m_iNewLength != 0 && iLength > 0 && m_HRTF.m_pfLeft != nullptr &&
-        m_HRTF.m_pfRight != nullptr) {
-        m_pfBIRLeft = CopyIppArray(m_HRTF.m_pfLeft, iLength);
-        m_pfBIRRight = CopyIppArray(m_HRTF.m_pfRight, iLength);
-        m_iBIRLength = m_pfBIRLeft != nullptr && m_pfBIRRight != nullptr ? iLength : 0;
+    if (m_HRTF.m_iNewLength == 0 || iLength <= 0 || m_HRTF.m_pfLeft == nullptr ||
+        m_HRTF.m_pfRight == nullptr) {
+        ClearBinaural();
+        return;
     }
+    // A move keeps the length of the set's responses: the copy goes where the last one was.
+    if (m_pfBIRLeft == nullptr || m_pfBIRRight == nullptr || m_iBIRLength != iLength) {
+        ClearBinaural();
+        m_pfBIRLeft = ippsMalloc_32f(iLength);
+        m_pfBIRRight = ippsMalloc_32f(iLength);
+        if (m_pfBIRLeft == nullptr || m_pfBIRRight == nullptr) {
+            ClearBinaural();
+            return;
+        }
+        m_iBIRLength = iLength;
+    }
+    ippsCopy_32f(m_HRTF.m_pfLeft, m_pfBIRLeft, iLength);
+    ippsCopy_32f(m_HRTF.m_pfRight, m_pfBIRRight, iLength);
 }
 
 CSFM *CQUENDARIC_Object_Source::RoomModel() {

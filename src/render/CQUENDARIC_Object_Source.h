@@ -42,6 +42,10 @@ class CQUENDARIC_Object_Source : public CQUENDARIC_Object {
     void LookAt(C3Point lookAt) override;
     // Stores both, without comparing with what was stored.
     void Move_LookAt(C3Point position, C3Point lookAt) override;
+    // Applies the move a host left in m_PoseRequest, its world entry first (the object follows
+    // that entry when it renders); false when there was none. Under the engine lock, or on a
+    // worker of the block that renders this object.
+    bool TakeMove();
 
     // Angles between a listener at S looking at L and a source at P (whose look-at Q doesn't
     // count): azimuth 0..359 and elevation in whole degrees, distance |P - S| in metres.

@@ -289,8 +289,10 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
 
     // Makes the move directory anew from the lists; under the lock, after every change.
     void RefreshMoves();
-    // Applies the moves hosts have left since the last block; under the lock.
+    // Applies the moves hosts have left since the last block; under the lock. The block path
+    // takes the listeners' first, and each virtual source's where it renders that source.
     void TakeMoves();
+    void TakeListenerMoves();
     // The sections of a project, read into new lists.
     static std::vector<std::unique_ptr<CSOURCE>> ReadSources(qk::CArchive &ar);
     static std::vector<std::unique_ptr<CQUENDARIC_Object_Source>> Read3DSources(qk::CArchive &ar);

@@ -133,17 +133,14 @@ void CQUENDARIK_PROCESSOR::RefreshMoves() {
 }
 
 void CQUENDARIK_PROCESSOR::TakeMoves() {
-    CPoseSlot::Pose pose{};
+    TakeListenerMoves();
     for (auto &object : m_list3DSources) {
-        if (object->m_PoseRequest.Take(pose)) {
-            const C3Point point(pose[0], pose[1], pose[2], 0);
-            // The world entry first: the object follows it when it renders.
-            if (object->m_pVRSource != nullptr) {
-                object->m_pVRSource->m_position = point;
-            }
-            object->Move(point);
-        }
+        object->TakeMove();
     }
+}
+
+void CQUENDARIK_PROCESSOR::TakeListenerMoves() {
+    CPoseSlot::Pose pose{};
     for (auto &sink : m_list3DSinks) {
         if (sink->m_PoseRequest.Take(pose)) {
             const C3Point position(pose[0], pose[1], pose[2], 0);

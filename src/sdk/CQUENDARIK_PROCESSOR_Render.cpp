@@ -2,6 +2,8 @@
 // source into the listener's block, post-process it and hand it to the recording sink, the
 // host's callback and the output device.
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <cmath>
 
 #include "sdk/CQUENDARIK_PROCESSOR.h"
@@ -39,7 +41,7 @@ int CQUENDARIK_PROCESSOR::_processWinAmp(int iLength, int iBits, int iChannels, 
 
 float *CQUENDARIK_PROCESSOR::RenderBlock(int n, int iBits, int b, int iChannels, int iRate) {
     CQUENDARIC_PARAMETERS &p = m_Parameters;
-    TakeMoves();
+    TakeListenerMoves();  // the sources' moves are taken where they render
     if (p.m_iSaveWave == 1 && m_SinkWave.m_iInitialized == 0) {
         m_SinkWave._init(n, iChannels, b, iRate);
     }
@@ -98,11 +100,14 @@ float *CQUENDARIK_PROCESSOR::RenderObjects(CQUENDARIC_Object_Sink &listener, int
             if (object->m_iEnable != 0) {
                 object->m_pSink = &listener;
                 object->m_iRecalculate = recalculate;
+            } else {
+                object->TakeMove();  // an enabled one takes its own on the thread rendering it
             }
         }
         RenderObjectsInPhases(listener, n, iRate, bFrequencyMix);
     } else {
         for (auto &object : m_list3DSources) {
+            object->TakeMove();
             if (object->m_iEnable == 0) {
                 continue;
             }
@@ -128,10 +133,10 @@ qk::CWorkerPool &CQUENDARIK_PROCESSOR::Workers() {
 
 namespace {
 // Sources of a block summed together into a group's own spectrum sums, in list order, by one
-// thread while their spectra are still in its cache. The groups' sums are then added into the
-// listener's in group order, by ranges of the spectrum. Groups hold at least kGroup sources and
-// are at most kGroups, so that few sums are added in the end; both depend on the source count
-// alone, so the order of every addition is the same whatever the thread count.
+// thread while their spectra are still in its cache. The groups' sums are added into the
+// listener's in group order. Groups hold at least kGroup sources and are at most kGroups, so
+// that few sums are added; both depend on the source count alone, so the order of every
+// addition is the same whatever the thread count.
 constexpr size_t kGroup = 32;
 constexpr size_t kGroups = 16;
 
@@ -145,19 +150,53 @@ struct PhaseWork {
     CFrequencyMix *mix;
     int n;
     int iRate;
-    int iRange;  // floats of the spectrum a range holds; even
+    size_t groupCount;
+    // A group's sums are added into the listener's as soon as it and every group before it
+    // are rendered, by whichever thread finds them so, while its sums are likely still in
+    // that thread's cache. One thread adds at a time (it holds `adding`), always in group
+    // order: the sums come out the same as when one thread does everything.
+    std::array<std::atomic<bool>, kGroups> rendered{};
+    std::atomic<bool> adding{false};
+    size_t added = 0;  // groups in the listener's sums; by the thread holding `adding`
 };
 
 void prepareObject(void *context, int i) {
     const PhaseWork &work = *static_cast<const PhaseWork *>(context);
     CQUENDARIC_Object_Source *object = (*work.objects)[static_cast<size_t>(i)];
+    object->TakeMove();
     if (object->RendersInPhases()) {
         object->PrepareBlock(work.n, work.iRate);
     }
 }
 
+// Adds every group rendered in order since the last one added. A thread that finds another
+// adding leaves its group to it: the one adding looks again after it lets go, so a group
+// rendered meanwhile is never left behind.
+void addRenderedGroups(PhaseWork &work) {
+    for (;;) {
+        bool expected = false;
+        if (!work.adding.compare_exchange_strong(expected, true)) {
+            return;
+        }
+        size_t g = work.added;
+        for (; g < work.groupCount && work.rendered[g].load(); ++g) {
+            if (g > 0) {  // the first group rendered straight into the listener's sums
+                CFrequencyMix &sums = *(*work.groups)[g];
+                work.mix->AddMarks(sums);
+                work.mix->TakeRange(sums, 0, sums.Floats());
+                sums.Taken();
+            }
+        }
+        work.added = g;
+        work.adding.store(false);
+        if (g >= work.groupCount || !work.rendered[g].load()) {
+            return;
+        }
+    }
+}
+
 void renderGroup(void *context, int g) {
-    const PhaseWork &work = *static_cast<const PhaseWork *>(context);
+    PhaseWork &work = *static_cast<PhaseWork *>(context);
     // The first group goes straight into the listener's sums, which start at zero: the same
     // bits as a sum of its own added to them.
     CFrequencyMix &sums = g == 0 ? *work.mix : *(*work.groups)[static_cast<size_t>(g)];
@@ -165,21 +204,13 @@ void renderGroup(void *context, int g) {
     const size_t end = std::min(work.objects->size(), static_cast<size_t>(g + 1) * size);
     for (size_t i = static_cast<size_t>(g) * size; i < end; ++i) {
         CQUENDARIC_Object_Source *object = (*work.objects)[i];
+        object->TakeMove();
         if (object->RendersInPhases()) {
             object->PrepareBlockInto(work.n, work.iRate, sums);
         }
     }
-}
-
-void takeRange(void *context, int j) {
-    const PhaseWork &work = *static_cast<const PhaseWork *>(context);
-    const int from = j * work.iRange;
-    const int to = std::min(work.mix->Floats(), from + work.iRange);
-    const size_t size = groupSize(work.objects->size());
-    const size_t groups = (work.objects->size() + size - 1) / size;
-    for (size_t g = 1; g < groups; ++g) {
-        work.mix->TakeRange(*(*work.groups)[g], from, to);
-    }
+    work.rendered[static_cast<size_t>(g)].store(true);
+    addRenderedGroups(work);
 }
 }  // namespace
 
@@ -203,30 +234,14 @@ void CQUENDARIK_PROCESSOR::RenderObjectsInPhases(CQUENDARIC_Object_Sink &listene
         workers.Run(static_cast<int>(m_blockObjects.size()), &prepareObject, &work);
     } else {
         const size_t size = groupSize(m_blockObjects.size());
-        const size_t groups = (m_blockObjects.size() + size - 1) / size;
-        while (m_groupMixes.size() < groups) {
+        work.groupCount = (m_blockObjects.size() + size - 1) / size;
+        while (m_groupMixes.size() < work.groupCount) {
             m_groupMixes.push_back(std::make_unique<CFrequencyMix>());
         }
-        for (size_t g = 1; g < groups; ++g) {
+        for (size_t g = 1; g < work.groupCount; ++g) {
             m_groupMixes[g]->Begin(n);  // allocates only for a new block length
         }
-        workers.Run(static_cast<int>(groups), &renderGroup, &work);
-        if (groups < 2) {
-            // One group: its sources went straight into the listener's sums.
-            FinishObjects(n, iRate);
-            return;
-        }
-        for (size_t g = 1; g < groups; ++g) {
-            listener.m_Mix.AddMarks(*m_groupMixes[g]);
-        }
-        // A few ranges a thread, each a whole number of complex values.
-        const int floats = listener.m_Mix.Floats();
-        const int ranges = std::min(4 * workers.Threads(), floats / 2);
-        work.iRange = ((floats + ranges - 1) / ranges + 1) & ~1;
-        workers.Run((floats + work.iRange - 1) / work.iRange, &takeRange, &work);
-        for (size_t g = 1; g < groups; ++g) {
-            m_groupMixes[g]->Taken();
-        }
+        workers.Run(static_cast<int>(work.groupCount), &renderGroup, &work);
     }
     FinishObjects(n, iRate);
 }
