@@ -7,15 +7,11 @@
 #include "platform/Vectorize.h"
 
 namespace {
-// out += t, faded: the fading-out sum by 1 - r, the fading-in one by r, r = i / (n - 1) at
-// sample i of the block, as the convolver's own cross-fade.
+// out += t, the change sum faded in by r = i / (n - 1) at sample i of the block, as the
+// convolver's own cross-fade. A block of one sample has no ramp: the new filter alone sounds.
 QK_VECTORIZE_WIDE void addFaded(const float *__restrict t, float *__restrict out, int at, int count,
                                 int n, int kind) {
     if (kind == CFrequencyMix::kSteady || n < 2) {
-        // A block of one sample has no ramp: the new filter alone sounds.
-        if (kind == CFrequencyMix::kFadingOut && n < 2) {
-            return;
-        }
         for (int i = 0; i < count; ++i) {
             out[i] += t[i];
         }
@@ -23,8 +19,7 @@ QK_VECTORIZE_WIDE void addFaded(const float *__restrict t, float *__restrict out
     }
     const double step = 1.0 / (n - 1);
     for (int i = 0; i < count; ++i) {
-        const float r = static_cast<float>(step * (at + i));
-        out[i] += t[i] * (kind == CFrequencyMix::kFadingIn ? r : 1.0f - r);
+        out[i] += t[i] * static_cast<float>(step * (at + i));
     }
 }
 }  // namespace
@@ -79,7 +74,7 @@ float *CFrequencyMix::Sum(Kind kind, int iEar, int iPartition) {
 }
 
 void CFrequencyMix::Abandon() {
-    for (int kind = 0; kind < 3; ++kind) {
+    for (int kind = 0; kind < kKinds; ++kind) {
         if (m_used[kind]) {
             ippsZero_32f(m_sums[kind], 2 * m_iPartitions * Floats());
             m_used[kind] = false;
@@ -94,7 +89,7 @@ void CFrequencyMix::Finish(float *pfBlock) {
     }
     const int P = m_iPartition;
     const int N = m_iFFTLength;
-    for (int kind = 0; kind < 3; ++kind) {
+    for (int kind = 0; kind < kKinds; ++kind) {
         if (!m_used[kind]) {
             continue;
         }
@@ -120,7 +115,7 @@ QK_VECTORIZE_WIDE void CFrequencyMix::TakeRange(CFrequencyMix &other, int iFrom,
     const int floats = Floats();
     const int from = std::max(iFrom, 0);
     const int to = std::min(iTo, floats);
-    for (int kind = 0; kind < 3; ++kind) {
+    for (int kind = 0; kind < kKinds; ++kind) {
         if (!other.m_used[kind]) {
             continue;
         }
@@ -136,7 +131,7 @@ QK_VECTORIZE_WIDE void CFrequencyMix::TakeRange(CFrequencyMix &other, int iFrom,
 }
 
 void CFrequencyMix::AddMarks(const CFrequencyMix &other) {
-    for (int kind = 0; kind < 3; ++kind) {
+    for (int kind = 0; kind < kKinds; ++kind) {
         m_used[kind] = m_used[kind] || other.m_used[kind];
     }
 }

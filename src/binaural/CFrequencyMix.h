@@ -3,9 +3,10 @@
 // listener transforms each sum back once. The output is linear in every source, so one
 // inverse transform per ear and partition serves all of them, however many there are.
 //
-// Sources whose response changes this block add the old filter's products to a fading-out
-// sum and the new filter's to a fading-in sum; both are faded over the block with the one
-// ramp of the cross-fade, which is the same for every source.
+// Sources whose response changes this block add the old filter's products to the steady sum
+// and the new filter's less the old's to a change sum, which is faded in over the block with
+// the one ramp of the cross-fade, the same for every source: old + r (new - old) is the
+// cross-fade (1 - r) old + r new, with one sum and one inverse transform fewer.
 #pragma once
 
 #include <array>
@@ -15,7 +16,8 @@
 
 class CFrequencyMix {
   public:
-    enum Kind { kSteady = 0, kFadingOut = 1, kFadingIn = 2 };
+    enum Kind { kSteady = 0, kChange = 1 };
+    static constexpr int kKinds = 2;
 
     CFrequencyMix() = default;
     ~CFrequencyMix();
@@ -27,7 +29,7 @@ class CFrequencyMix {
     // the steady state. False when no transform can be made.
     bool Begin(int n);
     // Ends the block: each sum that a source used is transformed back and its last P samples
-    // added to pfBlock (n left, then n right), faded where it is a fading sum. The sums are
+    // added to pfBlock (n left, then n right), faded in where it is the change sum. The sums are
     // left zeroed for the next block. Nothing happens when no block was begun.
     void Finish(float *pfBlock);
     // Drops the block begun (its sums are zeroed): nothing is added.
@@ -63,8 +65,8 @@ class CFrequencyMix {
     int m_iFFTLength = 0;
     IppsFFTSpec_R_32f *m_pFFTSpec = nullptr;  // owned
     // For each kind: 2 ears x partitions sums, one after the other.
-    std::array<CIppBuffer, 3> m_sums;
-    std::array<bool, 3> m_used{};
+    std::array<CIppBuffer, kKinds> m_sums;
+    std::array<bool, kKinds> m_used{};
     CIppBuffer m_pfTime;  // one inverse transform
     bool m_bActive = false;
 };

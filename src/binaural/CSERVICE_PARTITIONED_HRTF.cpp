@@ -24,6 +24,31 @@ QK_VECTORIZE_WIDE void multiplyAdd(const float *__restrict x, const float *__res
     }
 }
 
+// The same through the old and the new filter of a cross-fade: the old products to the steady
+// sums, the new less the old to the change sums.
+QK_VECTORIZE_WIDE void multiplyAddFading(const float *__restrict x, const float *__restrict ol,
+                                         const float *__restrict orr, const float *__restrict nl,
+                                         const float *__restrict nr, float *__restrict sl,
+                                         float *__restrict sr, float *__restrict cl,
+                                         float *__restrict cr, int floats, float g) {
+    for (int k = 0; k < floats; k += 2) {
+        const float xr = x[k];
+        const float xi = x[k + 1];
+        const float olr = xr * ol[k] - xi * ol[k + 1];
+        const float oli = xr * ol[k + 1] + xi * ol[k];
+        const float orr_ = xr * orr[k] - xi * orr[k + 1];
+        const float ori = xr * orr[k + 1] + xi * orr[k];
+        sl[k] += g * olr;
+        sl[k + 1] += g * oli;
+        sr[k] += g * orr_;
+        sr[k + 1] += g * ori;
+        cl[k] += g * ((xr * nl[k] - xi * nl[k + 1]) - olr);
+        cl[k + 1] += g * ((xr * nl[k + 1] + xi * nl[k]) - oli);
+        cr[k] += g * ((xr * nr[k] - xi * nr[k + 1]) - orr_);
+        cr[k + 1] += g * ((xr * nr[k + 1] + xi * nr[k]) - ori);
+    }
+}
+
 // The cross-fade over one block, for the P samples from sample `at` of a block of n:
 // out = old * (1 - r) + out * r, r rising from 0 to 1 over the block as the original service's
 // ramp does (value i of n is i / (n - 1)).
@@ -256,6 +281,41 @@ void CSERVICE_PARTITIONED_HRTF::Accumulate(const Filter &filter, int iAge, float
     }
 }
 
+void CSERVICE_PARTITIONED_HRTF::AccumulateFading(int iAge, CFrequencyMix &mix, int iPartition,
+                                                 float fGain, int iFrom, int iTo) const {
+    using K = CFrequencyMix::Kind;
+    const Filter &old = m_filters[m_iCurrent];
+    const Filter &next = m_filters[1 - m_iCurrent];
+    float *steadyLeft = mix.Sum(K::kSteady, 0, iPartition);
+    float *steadyRight = mix.Sum(K::kSteady, 1, iPartition);
+    float *changeLeft = mix.Sum(K::kChange, 0, iPartition);
+    float *changeRight = mix.Sum(K::kChange, 1, iPartition);
+    const int both = std::min(old.iPartitions, next.iPartitions);
+    const int count = iTo - iFrom;
+    for (int k = 0; k < both; ++k) {
+        const float *x = m_pfDelayLine + ((m_iNewest + iAge + k) % m_iSlots) * m_iFloats;
+        const int at = k * m_iFloats + iFrom;
+        multiplyAddFading(x + iFrom, old.left + at, old.right + at, next.left + at, next.right + at,
+                          steadyLeft + iFrom, steadyRight + iFrom, changeLeft + iFrom,
+                          changeRight + iFrom, count, fGain);
+    }
+    // Partitions only one of the two filters has.
+    for (int k = both; k < old.iPartitions; ++k) {
+        const float *x = m_pfDelayLine + ((m_iNewest + iAge + k) % m_iSlots) * m_iFloats;
+        const int at = k * m_iFloats + iFrom;
+        multiplyAdd(x + iFrom, old.left + at, old.right + at, steadyLeft + iFrom,
+                    steadyRight + iFrom, count, fGain);
+        multiplyAdd(x + iFrom, old.left + at, old.right + at, changeLeft + iFrom,
+                    changeRight + iFrom, count, -fGain);
+    }
+    for (int k = both; k < next.iPartitions; ++k) {
+        const float *x = m_pfDelayLine + ((m_iNewest + iAge + k) % m_iSlots) * m_iFloats;
+        const int at = k * m_iFloats + iFrom;
+        multiplyAdd(x + iFrom, next.left + at, next.right + at, changeLeft + iFrom,
+                    changeRight + iFrom, count, fGain);
+    }
+}
+
 bool CSERVICE_PARTITIONED_HRTF::PushBlock(const float *pfIn, int n, const CFrequencyMix &mix) {
     if (m_pFFTSpec == nullptr || n != m_iBlock || pfIn == nullptr ||
         m_filters[m_iCurrent].iPartitions == 0 || !mix.Active() || mix.BlockLength() != n ||
@@ -283,15 +343,11 @@ void CSERVICE_PARTITIONED_HRTF::AccumulateBlock(CFrequencyMix &mix, float fGain,
         return;
     }
     const Filter &current = m_filters[m_iCurrent];
-    const Filter &next = m_filters[1 - m_iCurrent];
     using K = CFrequencyMix::Kind;
     for (int p = 0; p < Q; ++p) {
         const int age = Q - 1 - p;
         if (m_bWaiting) {
-            Accumulate(current, age, mix.Sum(K::kFadingOut, 0, p), mix.Sum(K::kFadingOut, 1, p),
-                       fGain, iFrom, iTo);
-            Accumulate(next, age, mix.Sum(K::kFadingIn, 0, p), mix.Sum(K::kFadingIn, 1, p), fGain,
-                       iFrom, iTo);
+            AccumulateFading(age, mix, p, fGain, iFrom, iTo);
         } else {
             Accumulate(current, age, mix.Sum(K::kSteady, 0, p), mix.Sum(K::kSteady, 1, p), fGain,
                        iFrom, iTo);
@@ -314,22 +370,16 @@ int CSERVICE_PARTITIONED_HRTF::_processInto(const float *pfIn, int n, CFrequency
         return -1;
     }
     using K = CFrequencyMix::Kind;
+    mix.MarkUsed(K::kSteady);
     if (m_bWaiting) {
-        mix.MarkUsed(K::kFadingOut);
-        mix.MarkUsed(K::kFadingIn);
-    } else {
-        mix.MarkUsed(K::kSteady);
+        mix.MarkUsed(K::kChange);
     }
     // One partition at a time: the delay line needs no more than the filters' partitions.
     const Filter &current = m_filters[m_iCurrent];
-    const Filter &next = m_filters[1 - m_iCurrent];
     for (int at = 0, p = 0; at < n; at += m_iPartition, ++p) {
         PushPartition(pfIn + at);
         if (m_bWaiting) {
-            Accumulate(current, 0, mix.Sum(K::kFadingOut, 0, p), mix.Sum(K::kFadingOut, 1, p),
-                       fGain, 0, m_iFloats);
-            Accumulate(next, 0, mix.Sum(K::kFadingIn, 0, p), mix.Sum(K::kFadingIn, 1, p), fGain, 0,
-                       m_iFloats);
+            AccumulateFading(0, mix, p, fGain, 0, m_iFloats);
         } else {
             Accumulate(current, 0, mix.Sum(K::kSteady, 0, p), mix.Sum(K::kSteady, 1, p), fGain, 0,
                        m_iFloats);

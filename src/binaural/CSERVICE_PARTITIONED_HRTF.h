@@ -51,16 +51,16 @@ class CSERVICE_PARTITIONED_HRTF : public CSERVICE {
     // or n isn't the block length. Allocates nothing.
     int _process(const float *pfIn, int n, float *pfOut);
     // The same block added into a listener's spectrum sums instead, times fGain, for the
-    // listener to transform back once for all its sources (a cross-fade goes to the mix's
-    // fading sums). -1, with nothing added or advanced, when no filter is in use, n isn't the
-    // block length, or the mix isn't begun for this block length. Allocates nothing.
+    // listener to transform back once for all its sources (a cross-fade adds to the mix's
+    // change sums as well). -1, with nothing added or advanced, when no filter is in use, n isn't
+    // the block length, or the mix isn't begun for this block length. Allocates nothing.
     int _processInto(const float *pfIn, int n, CFrequencyMix &mix, float fGain);
     // The same in three steps, so that the middle one can be shared out among threads by
     // ranges of the spectrum: PushBlock takes the block's input into the delay line (false,
     // with nothing done, where _processInto would give -1); AccumulateBlock adds the floats
     // iFrom .. iTo of every partition's sums (it reads only this convolver and writes only
-    // those floats of the mix); EndBlock ends a cross-fade. Fading() tells which sums the
-    // block adds to: the fading ones when true, the steady ones otherwise.
+    // those floats of the mix); EndBlock ends a cross-fade. Fading() tells whether the
+    // block adds to the change sums besides the steady ones.
     bool PushBlock(const float *pfIn, int n, const CFrequencyMix &mix);
     void AccumulateBlock(CFrequencyMix &mix, float fGain, int iFrom, int iTo) const;
     void EndBlock();
@@ -111,6 +111,11 @@ class CSERVICE_PARTITIONED_HRTF : public CSERVICE {
     // to the floats iFrom .. iTo of two spectrum sums.
     void Accumulate(const Filter &filter, int iAge, float *pfSumLeft, float *pfSumRight,
                     float fGain, int iFrom, int iTo) const;
+    // The same through both filters of a cross-fade, into partition iPartition's sums of the
+    // mix: the old filter's products to the steady sums, the new less the old to the change
+    // sums.
+    void AccumulateFading(int iAge, CFrequencyMix &mix, int iPartition, float fGain, int iFrom,
+                          int iTo) const;
 
     int m_iBlock = 0;                         // block length in frames
     int m_iPartition = 0;                     // P

@@ -230,11 +230,9 @@ void CService_HRTF::TakeWaitingResponse(int n) {
 }
 
 void CService_HRTF::MarkIntoMix(CFrequencyMix &mix) const {
+    mix.MarkUsed(CFrequencyMix::kSteady);
     if (m_Partitioned.Fading()) {
-        mix.MarkUsed(CFrequencyMix::kFadingOut);
-        mix.MarkUsed(CFrequencyMix::kFadingIn);
-    } else {
-        mix.MarkUsed(CFrequencyMix::kSteady);
+        mix.MarkUsed(CFrequencyMix::kChange);
     }
 }
 

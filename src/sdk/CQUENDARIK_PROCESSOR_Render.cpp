@@ -134,14 +134,24 @@ qk::CWorkerPool &CQUENDARIK_PROCESSOR::Workers() {
 namespace {
 // Sources of a block summed together into a group's own spectrum sums, in list order, by one
 // thread while their spectra are still in its cache. The groups' sums are added into the
-// listener's in group order. Groups hold at least kGroup sources and are at most kGroups, so
-// that few sums are added; both depend on the source count alone, so the order of every
-// addition is the same whatever the thread count.
-constexpr size_t kGroup = 32;
+// listener's in group order. There are about one group for every kGroup sources, at most
+// kGroups, so that few sums are added. The groups shrink along the list (the first holds about
+// twice the average, the last a few sources), so that the threads taking the last ones finish
+// close together. Both depend on the source count alone, so the order of every addition is the
+// same whatever the thread count.
+constexpr size_t kGroup = 16;
 constexpr size_t kGroups = 16;
 
-size_t groupSize(size_t objects) {
-    return std::max(kGroup, (objects + kGroups - 1) / kGroups);
+size_t groupCount(size_t objects) {
+    const size_t size = std::max(kGroup, (objects + kGroups - 1) / kGroups);
+    return (objects + size - 1) / size;
+}
+
+// The first source of group g of `groups`: the sources after it are the list's, times the
+// square of the share of the groups left.
+size_t groupStart(size_t objects, size_t groups, size_t g) {
+    const size_t left = groups - std::min(g, groups);
+    return objects - (objects * left * left + groups * groups - 1) / (groups * groups);
 }
 
 struct PhaseWork {
@@ -200,9 +210,9 @@ void renderGroup(void *context, int g) {
     // The first group goes straight into the listener's sums, which start at zero: the same
     // bits as a sum of its own added to them.
     CFrequencyMix &sums = g == 0 ? *work.mix : *(*work.groups)[static_cast<size_t>(g)];
-    const size_t size = groupSize(work.objects->size());
-    const size_t end = std::min(work.objects->size(), static_cast<size_t>(g + 1) * size);
-    for (size_t i = static_cast<size_t>(g) * size; i < end; ++i) {
+    const size_t objects = work.objects->size();
+    const size_t end = groupStart(objects, work.groupCount, static_cast<size_t>(g) + 1);
+    for (size_t i = groupStart(objects, work.groupCount, static_cast<size_t>(g)); i < end; ++i) {
         CQUENDARIC_Object_Source *object = (*work.objects)[i];
         object->TakeMove();
         if (object->RendersInPhases()) {
@@ -233,8 +243,7 @@ void CQUENDARIK_PROCESSOR::RenderObjectsInPhases(CQUENDARIC_Object_Sink &listene
     if (!bFrequencyMix) {
         workers.Run(static_cast<int>(m_blockObjects.size()), &prepareObject, &work);
     } else {
-        const size_t size = groupSize(m_blockObjects.size());
-        work.groupCount = (m_blockObjects.size() + size - 1) / size;
+        work.groupCount = groupCount(m_blockObjects.size());
         while (m_groupMixes.size() < work.groupCount) {
             m_groupMixes.push_back(std::make_unique<CFrequencyMix>());
         }

@@ -48,6 +48,9 @@ TEST(CFrequencyMix, EqualsTheSumOfEachSourcesOwnOutput) {
                 sources[0]->Respond(900, block, 7);  // a cross-fade in block 3
             }
             sources[1]->enabled = b != 5;  // skipped for a block: its history pauses
+            if (b == 7) {
+                sources[1]->Respond(100, block, 8);  // to a response of fewer partitions
+            }
             if (b == 6) {
                 sources.push_back(std::make_unique<Source>(block / 2, block, 3, 2.0f));
             }
