@@ -52,6 +52,7 @@ int CService_HRTF::InitializeExternal(const float *pfLeft, const float *pfRight,
     if (iLength < 1 || pfLeft == nullptr || pfRight == nullptr) {
         return 0;
     }
+    m_bAskedFromTable = false;
     CopyResponse(pfLeft, pfRight, iLength);
     m_iLength = m_pfLeft != nullptr && m_pfRight != nullptr ? iLength : 0;
     return 0;
@@ -61,6 +62,7 @@ int CService_HRTF::ReInitializeExternal(const float *pfLeft, const float *pfRigh
     if (iLength < 1 || pfLeft == nullptr || pfRight == nullptr) {
         return 0;
     }
+    m_bAskedFromTable = false;
     CopyResponse(pfLeft, pfRight, iLength);
     // m_iLength always tells the length of the arrays; the filter in use has its own copy.
     m_iLength = m_pfLeft != nullptr && m_pfRight != nullptr ? iLength : 0;
@@ -133,6 +135,7 @@ int CService_HRTF::ReInitialize(int iAzimuth, int iElevation, int iSampleRate) {
         m_sMethod == kPartitioned && iSampleRate == m_pHelper->m_iFileRate &&
         m_pHelper->ResponseSlots(static_cast<float>(iAzimuth), static_cast<float>(iElevation),
                                  m_iNewLeftSlot, m_iNewRightSlot);
+    m_bAskedFromTable = m_bNewFromTable;
     if (m_bNewFromTable) {
         // A move within the same measured direction changes nothing: the filter in use stays,
         // without a cross-fade between two equal filters. Anything waiting is dropped, as a
@@ -159,6 +162,33 @@ int CService_HRTF::ReInitialize(int iAzimuth, int iElevation, int iSampleRate) {
         m_iNewLength = 0;
     }
     return 0;
+}
+
+bool CService_HRTF::RequestedResponse(const float *&pfLeft, const float *&pfRight,
+                                      int &iLength) const {
+    if (m_bAskedFromTable) {
+        if (m_pHelper == nullptr || m_pHelper->m_iFileTaps < 1) {
+            return false;
+        }
+        const int64_t taps = m_pHelper->m_iFileTaps;
+        const int64_t held = m_pHelper->DataLength();
+        const int64_t left = m_iNewLeftSlot * taps;
+        const int64_t right = m_iNewRightSlot * taps;
+        if (left < 0 || right < 0 || left + taps > held || right + taps > held) {
+            return false;
+        }
+        pfLeft = m_pHelper->m_pfData.get() + left;
+        pfRight = m_pHelper->m_pfData.get() + right;
+        iLength = static_cast<int>(taps);
+        return true;
+    }
+    if (m_iNewLength == 0 || m_iLength < 1 || m_pfLeft == nullptr || m_pfRight == nullptr) {
+        return false;
+    }
+    pfLeft = m_pfLeft;
+    pfRight = m_pfRight;
+    iLength = m_iLength;
+    return true;
 }
 
 int CService_HRTF::RenderCurrent(float *pfIn, int n, float *pfOut) {
@@ -302,6 +332,7 @@ int CService_HRTF::_quit() {
     m_iLength = 0;
     FreeIppArray(m_pfLeft);
     FreeIppArray(m_pfRight);
+    m_bAskedFromTable = false;
     m_pfData.Reset();
     m_iDataLength = 0;
     m_Overlap._quit();

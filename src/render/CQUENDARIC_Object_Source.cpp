@@ -179,11 +179,10 @@ void CQUENDARIC_Object_Source::ReInitializeHRTF(int iRate) {
     m_HRTF.m_iAzimuth = iAzimuth;
     m_HRTF.m_iElevation = iElevation;
     m_HRTF.ReInitialize(iAzimuth, iElevation, iRate);
-    // m_iLength is the length of the convolver's arrays whatever set them last (a room's
-    // response may have been longer than the direction's HRTF that replaced it).
-    const int iLength = m_HRTF.m_iLength;
-    if (m_HRTF.m_iNewLength == 0 || iLength <= 0 || m_HRTF.m_pfLeft == nullptr ||
-        m_HRTF.m_pfRight == nullptr) {
+    const float *pfLeft = nullptr;
+    const float *pfRight = nullptr;
+    int iLength = 0;
+    if (!m_HRTF.RequestedResponse(pfLeft, pfRight, iLength)) {
         ClearBinaural();
         return;
     }
@@ -198,8 +197,8 @@ void CQUENDARIC_Object_Source::ReInitializeHRTF(int iRate) {
         }
         m_iBIRLength = iLength;
     }
-    ippsCopy_32f(m_HRTF.m_pfLeft, m_pfBIRLeft, iLength);
-    ippsCopy_32f(m_HRTF.m_pfRight, m_pfBIRRight, iLength);
+    ippsCopy_32f(pfLeft, m_pfBIRLeft, iLength);
+    ippsCopy_32f(pfRight, m_pfBIRRight, iLength);
 }
 
 CSFM *CQUENDARIC_Object_Source::RoomModel() {
