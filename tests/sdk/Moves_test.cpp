@@ -157,7 +157,7 @@ TEST(Moves, EveryBlockSeesWholePosesFromTwoHostThreads) {
 TEST(Moves, HostsChangingTheSceneWhileWorkersRender) {
     const char *text = std::getenv("QK_STRESS_SECONDS");
     const double seconds = text != nullptr ? std::atof(text) : 5.0;
-    Scene scene(8);
+    Scene scene(24);  // enough for two groups of sources, rendered by different threads
     CQKSDK &sdk = scene.sdk;
     // Each removal of a listener is reported; counted, not printed.
     static std::atomic<int> s_reports{0};
