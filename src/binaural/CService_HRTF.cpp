@@ -136,6 +136,8 @@ int CService_HRTF::ReInitialize(int iAzimuth, int iElevation, int iSampleRate) {
         m_pHelper->ResponseSlots(static_cast<float>(iAzimuth), static_cast<float>(iElevation),
                                  m_iNewLeftSlot, m_iNewRightSlot);
     m_bAskedFromTable = m_bNewFromTable;
+    m_pAskedSet = m_pHelper;
+    m_uAskedGeneration = m_pHelper->SamplesGeneration();
     if (m_bNewFromTable) {
         // A move within the same measured direction changes nothing: the filter in use stays,
         // without a cross-fade between two equal filters. Anything waiting is dropped, as a
@@ -164,21 +166,22 @@ int CService_HRTF::ReInitialize(int iAzimuth, int iElevation, int iSampleRate) {
     return 0;
 }
 
-bool CService_HRTF::RequestedResponse(const float *&pfLeft, const float *&pfRight,
-                                      int &iLength) const {
+bool CService_HRTF::RequestedResponse(const CHELPER_HRTF *pSet, const float *&pfLeft,
+                                      const float *&pfRight, int &iLength) const {
     if (m_bAskedFromTable) {
-        if (m_pHelper == nullptr || m_pHelper->m_iFileTaps < 1) {
+        if (pSet == nullptr || pSet != m_pAskedSet ||
+            pSet->SamplesGeneration() != m_uAskedGeneration || pSet->m_iFileTaps < 1) {
             return false;
         }
-        const int64_t taps = m_pHelper->m_iFileTaps;
-        const int64_t held = m_pHelper->DataLength();
+        const int64_t taps = pSet->m_iFileTaps;
+        const int64_t held = pSet->DataLength();
         const int64_t left = m_iNewLeftSlot * taps;
         const int64_t right = m_iNewRightSlot * taps;
         if (left < 0 || right < 0 || left + taps > held || right + taps > held) {
             return false;
         }
-        pfLeft = m_pHelper->m_pfData.get() + left;
-        pfRight = m_pHelper->m_pfData.get() + right;
+        pfLeft = pSet->m_pfData.get() + left;
+        pfRight = pSet->m_pfData.get() + right;
         iLength = static_cast<int>(taps);
         return true;
     }

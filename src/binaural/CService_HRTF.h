@@ -83,9 +83,11 @@ class CService_HRTF : public CSERVICE {
     // Silences the running convolution of both methods.
     void ClearHistory();
     // The taps of the response the last ReInitialize asked for: the convolver's own arrays,
-    // or the set's stored responses when the partitioned method took the direction's spectra
-    // from the set's table. False when there are none.
-    bool RequestedResponse(const float *&pfLeft, const float *&pfRight, int &iLength) const;
+    // or the stored responses of pSet (the set in force) when the partitioned method took the
+    // direction's spectra from the set's table. False when there are none, or when the set
+    // or its samples have changed since.
+    bool RequestedResponse(const CHELPER_HRTF *pSet, const float *&pfLeft, const float *&pfRight,
+                           int &iLength) const;
 
     // The cross-fade ramp: value i of n is a + (b - a) / (n - 1) * i, in double. A ramp of one
     // value is a.
@@ -120,6 +122,8 @@ class CService_HRTF : public CSERVICE {
     // The last ReInitialize found the direction in the set's table: its response is the set's
     // slots m_iNewLeftSlot, m_iNewRightSlot, taken or already in use.
     bool m_bAskedFromTable = false;
+    const CHELPER_HRTF *m_pAskedSet = nullptr;  // compared only, never read through
+    unsigned m_uAskedGeneration = 0;
     std::string m_strStatus;  // "OK" or what failed; for diagnosis only
     int m_iState = 1;         // cleared when _init finds no response
 

@@ -150,6 +150,7 @@ void CQUENDARIC_Object_Source::ClearMonaural() {
 }
 
 void CQUENDARIC_Object_Source::ClearBinaural() {
+    m_bBIRPending = false;
     m_iBIRLength = 0;
     FreeIppArray(m_pfBIRLeft);
     FreeIppArray(m_pfBIRRight);
@@ -179,14 +180,23 @@ void CQUENDARIC_Object_Source::ReInitializeHRTF(int iRate) {
     m_HRTF.m_iAzimuth = iAzimuth;
     m_HRTF.m_iElevation = iElevation;
     m_HRTF.ReInitialize(iAzimuth, iElevation, iRate);
+    m_bBIRPending = true;
+}
+
+void CQUENDARIC_Object_Source::SettleBIR() {
+    if (!m_bBIRPending) {
+        return;
+    }
+    m_bBIRPending = false;
     const float *pfLeft = nullptr;
     const float *pfRight = nullptr;
     int iLength = 0;
-    if (!m_HRTF.RequestedResponse(pfLeft, pfRight, iLength)) {
+    const CHELPER_HRTF *pSet = m_pParameters != nullptr ? m_pParameters->m_pHRTF.get() : nullptr;
+    if (!m_HRTF.RequestedResponse(pSet, pfLeft, pfRight, iLength)) {
         ClearBinaural();
         return;
     }
-    // A move keeps the length of the set's responses: the copy goes where the last one was.
+    // A response of the set's length goes where the last one was.
     if (m_pfBIRLeft == nullptr || m_pfBIRRight == nullptr || m_iBIRLength != iLength) {
         ClearBinaural();
         m_pfBIRLeft = ippsMalloc_32f(iLength);
@@ -232,6 +242,7 @@ void CQUENDARIC_Object_Source::ReInitializeBinauralImpulseResponse() {
     if (m_pSink == nullptr || pModel == nullptr) {
         return;
     }
+    SettleBIR();  // what stays if the model fails
     CQUENDARIC_PARAMETERS &p = *m_pParameters;
     if (auto *pShared = dynamic_cast<CSFM_ISM_ORMS *>(pModel)) {
         pShared->m_iORMS = p.m_iORMS;
@@ -260,6 +271,7 @@ int CQUENDARIC_Object_Source::ReInitializeBIR_PCIRS() {
     if (m_pSink == nullptr || m_pParameters == nullptr || m_pParameters->m_pSFM_PCIRS == nullptr) {
         return 0;
     }
+    SettleBIR();
     m_pParameters->m_pSFM_PCIRS->GetBIR(m_pfBIRLeft, m_pfBIRRight, m_iBIRLength, m_position,
                                         m_lookAt, m_pSink->m_position, m_pSink->m_lookAt, m_iRate,
                                         m_i3DSourceWavID);

@@ -63,9 +63,14 @@ class CQUENDARIC_Object_Source : public CQUENDARIC_Object {
     // Gives the convolver the settings' data set, its file name and the truncated angles.
     void InitializeHRTFVariables();
     // Asks the convolver for the response of the present direction (it cross-fades into it at
-    // its next block) and keeps a copy of the response as the binaural response handed to
-    // hosts. Nothing without a listener.
+    // its next block); a copy of that response becomes the binaural response handed to hosts.
+    // Nothing without a listener. The copy is made by SettleBIR, when something reads the
+    // binaural response, rather than at each move.
     void ReInitializeHRTF(int iRate);
+    // Makes the binaural response the copy of the direction's response that the last
+    // ReInitializeHRTF asked for, if it isn't yet. Before m_pfBIRLeft, m_pfBIRRight and
+    // m_iBIRLength are read, and before the convolver lets its responses go.
+    void SettleBIR();
     // A block in phases, so that the engine's workers can share the work of its sources:
     // PrepareBlock renders the object's part of a block without touching the listener (on any
     // thread, one object per thread at a time); AccumulateSpectrum adds the floats iFrom ..
@@ -111,6 +116,7 @@ class CQUENDARIC_Object_Source : public CQUENDARIC_Object {
     float *m_pfBIRLeft = nullptr;  // binaural response; owned, ippsMalloc_32f
     float *m_pfBIRRight = nullptr;
     int m_iBIRLength = 0;
+    bool m_bBIRPending = false;     // the binaural response is still to be copied (SettleBIR)
     std::string m_strChannelName1;  // descriptions by channel mode
     std::string m_strChannelName2;
     int m_iChannelSelect = 0;  // channel selector of channel mode 1

@@ -96,6 +96,7 @@ void CQUENDARIC_Object_Source_Sound::Terminate() {
     SettleBlock();  // before the convolver's block goes; the mono block is cleared anyway
     m_iMonoHeld = 0;
     m_pfMono.Reset();
+    SettleBIR();  // while the convolver still holds the response
     m_HRTF._quit();
     Terminate_LatePart(&m_ReverbL, &m_ReverbR);
     FreeFilters();

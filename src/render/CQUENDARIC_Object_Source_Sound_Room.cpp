@@ -22,6 +22,7 @@ void CQUENDARIC_Object_Source_Sound::DrawGraph(int iRate) {
         std::lock_guard<std::recursive_mutex> guard(p.m_csStrings);
         folder = p.m_strGraphFolder;
     }
+    SettleBIR();
     SResponsePlot plot;
     plot.pfLeft = m_pfBIRLeft;
     plot.pfRight = m_pfBIRRight;

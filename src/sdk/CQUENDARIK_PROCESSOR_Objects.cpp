@@ -276,10 +276,11 @@ int CQUENDARIK_PROCESSOR::GetVRSource(int iID, void *&pVRSource) {
 int CQUENDARIK_PROCESSOR::Get3DSource_Binaural_IR(int iID, float *&pfLeft, float *&pfRight,
                                                   int &iLength) {
     Guard guard(m_csEngine);
-    const CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
+    CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
     if (pObject == nullptr) {
         return -1;
     }
+    pObject->SettleBIR();
     pfLeft = pObject->m_pfBIRLeft;
     pfRight = pObject->m_pfBIRRight;
     iLength = pObject->m_iBIRLength;

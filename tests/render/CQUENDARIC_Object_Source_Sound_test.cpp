@@ -172,6 +172,7 @@ TEST_F(SoundObject, DirectPathRendersTheDirectionAndLevel) {
     EXPECT_EQ(object->m_iRecalculate, 0);
     Block(n);
     ExpectGains(n, 0.25f, 1.0f);
+    object->SettleBIR();  // as a host's request for the response does
     ASSERT_EQ(object->m_iBIRLength, 2);
     EXPECT_EQ(object->m_pfBIRLeft[0], 0.25f);
     EXPECT_EQ(object->m_pfBIRRight[0], 1.0f);

@@ -79,6 +79,7 @@ TEST(CQUENDARIC_Object_Source, ReInitializeHRTFAndCalculateIRs) {
     EXPECT_EQ(s.source.m_HRTF.m_iAzimuth, 90);
     EXPECT_EQ(s.source.m_HRTF.m_iElevation, 45);
     EXPECT_EQ(s.source.m_HRTF.m_bReInitialize, 1);
+    s.source.SettleBIR();  // as a host's request for the response does
     ASSERT_EQ(s.source.m_iBIRLength, 16);
     EXPECT_EQ(s.source.m_pfBIRLeft[3], qktest::Code(0, 3));
     EXPECT_EQ(s.source.m_pfBIRRight[3], qktest::Code(1, 3));
