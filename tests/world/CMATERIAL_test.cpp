@@ -6,7 +6,7 @@
 #include <filesystem>
 
 #include "support/ReportRecorder.h"
-#include "support/ScopedCommonRoot.h"
+#include "support/ScopedSettingsDir.h"
 #include "world/MaterialTables.h"
 
 using qk::table::Code4;

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <memory>
 
-#include "support/ScopedCommonRoot.h"
+#include "support/ScopedSettingsDir.h"
 #include "world/MaterialTables.h"
 
 using namespace qk::table;
