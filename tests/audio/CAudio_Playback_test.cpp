@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/Report.h"
+#include "support/ReportRecorder.h"
 
 namespace {
 using Clock = std::chrono::steady_clock;
@@ -88,21 +88,12 @@ TEST_F(Playback, BlocksItCannotPlayAreRefused) {
     EXPECT_EQ(playback._process(100000, 2, 16, 44100, block.data(), 512, 0), -1);
 }
 
-namespace {
-std::vector<std::string> g_texts;
-int collect(unsigned long, const char *text, const char *, int) {
-    g_texts.emplace_back(text);
-    return qk::kAnswerOk;
-}
-}  // namespace
-
 // Without a device each block is dropped at once; the open is tried again every two seconds,
 // not at every block, and the user hears of the failure once, of the recovery once, and never
 // from ALSA on standard error.
 TEST_F(Playback, AMissingDeviceIsReportedOnceAndTriedAgainEveryTwoSeconds) {
     setenv("QK_ALSA_DEVICE", "no-such-device", 1);
-    g_texts.clear();
-    qk::SetReportHandler(&collect, 0);
+    qktest::ReportRecorder reports(qk::kAnswerOk);
     CAudio_Playback playback;
     std::vector<float> block(2 * 256, 0.0f);
     testing::internal::CaptureStderr();
@@ -110,16 +101,15 @@ TEST_F(Playback, AMissingDeviceIsReportedOnceAndTriedAgainEveryTwoSeconds) {
         EXPECT_EQ(playback._process(-1, 2, 16, 44100, block.data(), 256, 0), -1);
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    ASSERT_EQ(g_texts.size(), 1u);
-    EXPECT_EQ(g_texts[0].rfind("the audio device no-such-device could not be opened: ", 0), 0u)
-        << g_texts[0];
+    ASSERT_EQ(reports.entries.size(), 1u);
+    const std::string &text = reports.entries[0].text;
+    EXPECT_EQ(text.rfind("the audio device no-such-device could not be opened: ", 0), 0u) << text;
 
     setenv("QK_ALSA_DEVICE", "virtual", 1);                                    // plugged in
     EXPECT_EQ(playback._process(-1, 2, 16, 44100, block.data(), 256, 0), -1);  // not yet tried
     std::this_thread::sleep_for(std::chrono::milliseconds(CAudio_Playback::kRetryMs + 100));
     EXPECT_EQ(playback._process(-1, 2, 16, 44100, block.data(), 256, 0), 0);
     EXPECT_EQ(playback.GetOpenCount(), 1);
-    ASSERT_EQ(g_texts.size(), 2u);
-    EXPECT_EQ(g_texts[1], "the audio device virtual is open");
-    qk::SetReportHandler(nullptr, 0);
+    ASSERT_EQ(reports.entries.size(), 2u);
+    EXPECT_EQ(reports.entries[1].text, "the audio device virtual is open");
 }

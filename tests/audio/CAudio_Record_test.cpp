@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/Report.h"
+#include "support/ReportRecorder.h"
 
 namespace {
 using Clock = std::chrono::steady_clock;
@@ -21,25 +21,10 @@ double secondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-int g_reports = 0;
-std::string g_lastReport;
-int countReports(unsigned long, const char *text, const char *, int) {
-    ++g_reports;
-    g_lastReport = text;
-    return qk::kAnswerOk;
-}
-
 class Record : public testing::Test {
   protected:
-    void SetUp() override {
-        Use("virtual");
-        g_reports = 0;
-        qk::SetReportHandler(&countReports, 0);
-    }
-    void TearDown() override {
-        unsetenv("QK_ALSA_CAPTURE_DEVICE");
-        qk::SetReportHandler(nullptr, 0);
-    }
+    void SetUp() override { Use("virtual"); }
+    void TearDown() override { unsetenv("QK_ALSA_CAPTURE_DEVICE"); }
     static void Use(const char *device) { setenv("QK_ALSA_CAPTURE_DEVICE", device, 1); }
     int Open(int channels, int bits, int rate, std::string *error = nullptr) {
         std::string text;
@@ -50,6 +35,7 @@ class Record : public testing::Test {
         }
         return result;
     }
+    qktest::ReportRecorder reports{qk::kAnswerOk};
     CAudio_Record record;
 };
 }  // namespace
@@ -165,15 +151,15 @@ TEST_F(Record, ADeviceThatGoesAwayGivesSilenceAndOneMessageAndKeepsRealTime) {
     EXPECT_GE(secondsSince(start), 2.0);  // two seconds late
     EXPECT_LT(secondsSince(start), 3.0);
     EXPECT_EQ(*std::max_element(block.begin(), block.end()), 0.0f);
-    EXPECT_EQ(g_reports, 1);
-    EXPECT_NE(g_lastReport.find("gone"), std::string::npos);
+    EXPECT_EQ(reports.entries.size(), 1u);
+    EXPECT_NE(reports.entries.back().text.find("gone"), std::string::npos);
     start = Clock::now();
     for (int i = 0; i < 10; ++i) {
         record.GetNextSamplesSoundCapture(block.data(), n, 0);  // each as long as it lasts
     }
     EXPECT_GE(secondsSince(start), 0.09);
     EXPECT_LT(secondsSince(start), 0.5);
-    EXPECT_EQ(g_reports, 1);
+    EXPECT_EQ(reports.entries.size(), 1u);
     record.TerminateSoundCapture();
     EXPECT_FALSE(record.IsActive());
 }

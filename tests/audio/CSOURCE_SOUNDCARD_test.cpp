@@ -14,9 +14,10 @@
 #include <vector>
 
 #include "audio/WaveOutDevice.h"
-#include "platform/Report.h"
 #include "quendarik/CQKSDK.h"
 #include "support/CodecFiles.h"
+#include "support/ReportRecorder.h"
+#include "support/SignalReference.h"
 #include "support/WaveWriter.h"
 
 namespace {
@@ -24,38 +25,15 @@ using Clock = std::chrono::steady_clock;
 constexpr int kRate = 44100;
 const std::string kDefaultSet = std::string(QK_TEST_HRTF_DATA) + "/VORLAN1_16s_DFE.qkhrtf";
 
-int g_reports = 0;
-std::string g_reported;
-int countReports(unsigned long, const char *text, const char *, int) {
-    ++g_reports;
-    g_reported += std::string(text) + "\n";
-    return qk::kAnswerOk;
-}
-
 class SoundCard : public testing::Test {
   protected:
-    void SetUp() override {
-        setenv("QK_ALSA_CAPTURE_DEVICE", "virtual", 1);
-        g_reports = 0;
-        g_reported.clear();
-        qk::SetReportHandler(&countReports, 0);
-    }
-    void TearDown() override {
-        unsetenv("QK_ALSA_CAPTURE_DEVICE");
-        qk::SetReportHandler(nullptr, 0);
-    }
+    void SetUp() override { setenv("QK_ALSA_CAPTURE_DEVICE", "virtual", 1); }
+    void TearDown() override { unsetenv("QK_ALSA_CAPTURE_DEVICE"); }
+    qktest::ReportRecorder reports{qk::kAnswerOk};
 };
 
-// Power of one frequency in a run of samples (Goertzel).
 double power(const std::vector<float> &x, double hz) {
-    const double w = 2.0 * M_PI * hz / kRate;
-    double s1 = 0.0, s2 = 0.0;
-    for (float v : x) {
-        const double s0 = v + 2.0 * std::cos(w) * s1 - s2;
-        s2 = s1;
-        s1 = s0;
-    }
-    return s1 * s1 + s2 * s2 - 2.0 * std::cos(w) * s1 * s2;
+    return qktest::TonePower(x, hz, kRate);
 }
 
 // Plays with a capture source rendered by a virtual source 2 m to the left (azimuth 90),
@@ -146,7 +124,7 @@ TEST_F(SoundCard, NoDeviceIsToldOnceAndTheSourceStaysSilentWithoutWaiting) {
         EXPECT_EQ(*std::max_element(source.m_pfData.get(), source.m_pfData.get() + 1024), 0.0f);
         source._quit();
     }
-    EXPECT_EQ(g_reports, 1);
+    EXPECT_EQ(reports.entries.size(), 1u);
 }
 
 TEST_F(SoundCard, TheClockedInputIsHeardOnTheLeftOfASourceAtNinetyDegrees) {
@@ -195,7 +173,7 @@ TEST_F(SoundCard, ATonePlayedIntoANullSinkIsCapturedFromItsMonitorUntilTheSinkGo
                         .c_str());
     });
     expectToneOnTheLeft(out);
-    EXPECT_NE(g_reported.find("capture device"), std::string::npos) << g_reported;
+    EXPECT_TRUE(reports.Told("capture device"));
 }
 
 TEST_F(SoundCard, StopDuringAWaitForADeadDeviceReturns) {
@@ -209,5 +187,5 @@ TEST_F(SoundCard, StopDuringAWaitForADeadDeviceReturns) {
     const auto stop = Clock::now();
     EXPECT_EQ(sdk.qkStop(), 0);
     EXPECT_LT(std::chrono::duration<double>(Clock::now() - stop).count(), 3.5);
-    EXPECT_NE(g_reported.find("capture device"), std::string::npos) << g_reported;
+    EXPECT_TRUE(reports.Told("capture device"));
 }

@@ -9,7 +9,7 @@
 #include <string>
 #include <thread>
 
-#include "platform/Report.h"
+#include "support/ReportRecorder.h"
 
 namespace {
 using Clock = std::chrono::steady_clock;
@@ -29,14 +29,6 @@ unsigned long fill(CSoundBuffer *pBuffer, void *pUser) {
     return pBuffer->size;
 }
 
-int g_reports = 0;
-std::string g_text;
-int countReports(unsigned long, const char *text, const char *, int) {
-    ++g_reports;
-    g_text = text;
-    return qk::kAnswerOk;
-}
-
 bool waitFor(const std::function<bool()> &done, double seconds) {
     const auto until = Clock::now() + std::chrono::duration<double>(seconds);
     while (!done() && Clock::now() < until) {
@@ -47,15 +39,9 @@ bool waitFor(const std::function<bool()> &done, double seconds) {
 
 class SoundOut : public testing::Test {
   protected:
-    void SetUp() override {
-        setenv("QK_ALSA_DEVICE", "virtual", 1);
-        g_reports = 0;
-        qk::SetReportHandler(&countReports, 0);
-    }
-    void TearDown() override {
-        unsetenv("QK_ALSA_DEVICE");
-        qk::SetReportHandler(nullptr, 0);
-    }
+    void SetUp() override { setenv("QK_ALSA_DEVICE", "virtual", 1); }
+    void TearDown() override { unsetenv("QK_ALSA_DEVICE"); }
+    qktest::ReportRecorder reports{qk::kAnswerOk};
 };
 }  // namespace
 
@@ -121,7 +107,7 @@ TEST_F(SoundOut, BuffersArePulledUntilTheFillGivesNothingThenTheDeviceCloses) {
     EXPECT_FALSE(out.IsPlaying());
     EXPECT_EQ(out.GetQueued(), 0);
     EXPECT_EQ(feed.calls, 13);
-    EXPECT_EQ(g_reports, 0);
+    EXPECT_TRUE(reports.entries.empty());
 
     // Played again with a format of its own, stopped by the caller in the middle.
     feed.left = 1000000;
@@ -142,9 +128,10 @@ TEST_F(SoundOut, ADeviceThatDoesNotOpenIsReportedAndNothingPlays) {
     out.m_pfnGetData = &fill;
     out.m_pUser = &feed;
     EXPECT_FALSE(out.Start(100000, 1, nullptr));
-    EXPECT_EQ(g_reports, 1);
-    EXPECT_EQ(g_text.rfind("WAVEOUT:2:", 0), 0u) << g_text;
-    EXPECT_NE(g_text.find("in start()"), std::string::npos);
+    ASSERT_EQ(reports.entries.size(), 1u);
+    const std::string &text = reports.entries[0].text;
+    EXPECT_EQ(text.rfind("WAVEOUT:2:", 0), 0u) << text;
+    EXPECT_NE(text.find("in start()"), std::string::npos);
     EXPECT_FALSE(out.IsPlaying());
     EXPECT_EQ(feed.calls, 0);
 }
@@ -159,5 +146,5 @@ TEST_F(SoundOut, DestroyingItWhilePlayingStopsAndFreesEverything) {
     ASSERT_TRUE(out->Start(-1, 1, nullptr));
     std::this_thread::sleep_for(std::chrono::milliseconds(30));
     out.reset();  // the sanitizer build finds any buffer left behind
-    EXPECT_EQ(g_reports, 0);
+    EXPECT_TRUE(reports.entries.empty());
 }

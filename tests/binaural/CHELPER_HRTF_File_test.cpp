@@ -10,9 +10,11 @@
 #include "binaural/CHELPER_HRTF.h"
 #include "platform/Archive.h"
 #include "support/HrtfSets.h"
+#include "support/ReportRecorder.h"
+#include "support/WaveWriter.h"
 
 using qktest::MakeSet;
-using qktest::ReportCatcher;
+using qktest::ReportRecorder;
 using qktest::StoreToBytes;
 
 namespace {
@@ -40,22 +42,6 @@ std::unique_ptr<CHELPER_HRTF> sampleSet(const char *pcDataType) {
     return set;
 }
 
-void expectSameSet(const CHELPER_HRTF &a, const CHELPER_HRTF &b) {
-    EXPECT_EQ(a.m_fVersion, b.m_fVersion);
-    EXPECT_STREQ(a.m_szDescription, b.m_szDescription);
-    EXPECT_STREQ(a.m_szEars, b.m_szEars);
-    EXPECT_STREQ(a.m_szDataType, b.m_szDataType);
-    EXPECT_EQ(a.m_iChannels, b.m_iChannels);
-    EXPECT_EQ(a.m_iFileRate, b.m_iFileRate);
-    EXPECT_EQ(a.m_iFileTaps, b.m_iFileTaps);
-    EXPECT_EQ(a.m_iMeasurements, b.m_iMeasurements);
-    EXPECT_EQ(a.m_aiTableA, b.m_aiTableA);
-    EXPECT_EQ(a.m_aiLookup, b.m_aiLookup);
-    ASSERT_EQ(a.DataLength(), b.DataLength());
-    EXPECT_EQ(std::memcmp(a.m_pfData.get(), b.m_pfData.get(),
-                          sizeof(float) * static_cast<size_t>(a.DataLength())),
-              0);
-}
 }  // namespace
 
 TEST(CHELPER_HRTF_File, BothSampleTypesRoundTripBitForBit) {
@@ -67,14 +53,14 @@ TEST(CHELPER_HRTF_File, BothSampleTypesRoundTripBitForBit) {
         }
         CHELPER_HRTF loaded;
         ASSERT_EQ(readBytes(loaded, StoreToBytes(*set)), 0) << type;
-        expectSameSet(*set, loaded);
+        qktest::ExpectSameSet(*set, loaded);
         EXPECT_EQ(loaded.m_iSampleRate, 44100);
         EXPECT_EQ(loaded.m_iTaps, 8);
     }
 }
 
 TEST(CHELPER_HRTF_File, TruncatedFilesLeaveTheSetWithoutSamples) {
-    ReportCatcher catcher;
+    ReportRecorder catcher;
     const std::vector<uint8_t> whole = StoreToBytes(*sampleSet("16s"));
     for (size_t cut : {size_t{0}, size_t{10}, size_t{15}, size_t{200}, size_t{304}, size_t{305},
                        size_t{260945}, kSamplesOffset, whole.size() - 1}) {
@@ -90,13 +76,13 @@ TEST(CHELPER_HRTF_File, TruncatedFilesLeaveTheSetWithoutSamples) {
         ippsFree(r);
     }
     // Each load says what is wrong, and each lookup that there is nothing to find.
-    ASSERT_EQ(catcher.texts.size(), 18u);
-    EXPECT_EQ(catcher.texts[0], "Invalid QKHRTF file");
-    EXPECT_EQ(catcher.texts[4].rfind("Invalid QKHRTF file: ", 0), 0u);
+    ASSERT_EQ(catcher.Texts().size(), 18u);
+    EXPECT_EQ(catcher.Texts()[0], "Invalid QKHRTF file");
+    EXPECT_EQ(catcher.Texts()[4].rfind("Invalid QKHRTF file: ", 0), 0u);
 }
 
 TEST(CHELPER_HRTF_File, AbsurdCountsAreRefusedBeforeAnythingIsAllocated) {
-    ReportCatcher catcher;
+    ReportRecorder catcher;
     const std::vector<uint8_t> whole = StoreToBytes(*sampleSet("32f"));
     struct Field {
         size_t at;
@@ -112,7 +98,7 @@ TEST(CHELPER_HRTF_File, AbsurdCountsAreRefusedBeforeAnythingIsAllocated) {
         EXPECT_EQ(readBytes(loaded, bytes), -1) << f.at << " = " << f.value;
         EXPECT_EQ(loaded.m_pfData.get(), nullptr);
     }
-    EXPECT_EQ(catcher.texts.size(), std::size(fields));
+    EXPECT_EQ(catcher.Texts().size(), std::size(fields));
 }
 
 namespace {
@@ -157,18 +143,18 @@ TEST(CHELPER_HRTF_File, TheLayoutAndTheSixteenBitSamplesAreExact) {
 
 // A store that can't be finished leaves the file that was there as it was.
 TEST(CHELPER_HRTF_File, AFailedStoreKeepsTheOldFile) {
-    ReportCatcher catcher;
-    const std::string path = qktest::TempPath("kept.qkhrtf");
+    ReportRecorder catcher;
+    const std::string path = qktest::ScratchPath("kept.qkhrtf");
     auto good = sampleSet("32f");
     ASSERT_EQ(good->ReadWrite(1, path), 0);
     // The store's temporary name is taken by a folder: nothing can be written.
     ASSERT_EQ(::mkdir((path + ".part").c_str(), 0700), 0);
     auto other = sampleSet("16s");
     EXPECT_NE(other->ReadWrite(1, path), 0);
-    EXPECT_EQ(catcher.texts, (std::vector<std::string>{"Can't write the QKHRTF file " + path}));
+    EXPECT_EQ(catcher.Texts(), (std::vector<std::string>{"Can't write the QKHRTF file " + path}));
     CHELPER_HRTF loaded;
     ASSERT_EQ(loaded.ReadWrite(0, path), 0);
-    expectSameSet(*good, loaded);
+    qktest::ExpectSameSet(*good, loaded);
     ::rmdir((path + ".part").c_str());
     std::remove(path.c_str());
 }

@@ -6,23 +6,15 @@
 #include <vector>
 
 #include "support/HrtfSets.h"
+#include "support/ReportRecorder.h"
+#include "support/SignalReference.h"
 
 using qktest::Code;
 using qktest::MakeSet;
-using qktest::ReportCatcher;
+using qktest::ReportRecorder;
+using Pair = qktest::Responses;
 
 namespace {
-// Owns the pair of arrays a lookup hands out, and passes them back in as the callers do.
-struct Pair {
-    ~Pair() {
-        ippsFree(left);
-        ippsFree(right);
-    }
-    float *left = nullptr;
-    float *right = nullptr;
-    int length = 0;
-};
-
 // A "BOTH" set with one measurement per direction, m = TableIndex(az, el), whose left
 // response starts with m and whose right response starts with m + 0.5.
 std::unique_ptr<CHELPER_HRTF> directionSet() {
@@ -105,7 +97,7 @@ TEST(CHELPER_HRTF, OneEarSetsMirrorTheOtherEarToRow359MinusAzimuth) {
 }
 
 TEST(CHELPER_HRTF, MissingDirectionsAreReportedAndFail) {
-    ReportCatcher catcher;
+    ReportRecorder catcher;
     auto both = MakeSet(2, 4, "BOTH", 44100);
     both->m_aiLookup[index(10, 0)] = 7;  // names a measurement the set doesn't hold
     Pair p;
@@ -113,7 +105,7 @@ TEST(CHELPER_HRTF, MissingDirectionsAreReportedAndFail) {
     auto left = MakeSet(2, 4, "LEFT", 44100);
     left->m_aiLookup[index(0, 0)] = 0;  // row 359 stays empty
     EXPECT_EQ(left->GetHRTF(p.left, p.right, p.length, 0.0f, 0.0f, 44100), 0);
-    EXPECT_EQ(catcher.texts.back(), "// TODO search in run-time for closest - LEFT");
+    EXPECT_EQ(catcher.Texts().back(), "// TODO search in run-time for closest - LEFT");
 }
 
 namespace {
@@ -143,5 +135,47 @@ TEST(CHELPER_HRTF, HalfTheRateHalvesTheLengthAndKeepsTheFrequency) {
         const float expected = static_cast<float>(0.5 * std::sin(2.0 * M_PI * k / 16.0));
         EXPECT_NEAR(p.left[k], expected, kTolerance) << k;
         EXPECT_NEAR(p.right[k], -expected, kTolerance) << k;
+    }
+}
+
+// The reflection-list synthesis: responses placed at whole-sample delays with gains, each
+// convolved with its own filter. Filters of 3 and 40 coefficients: the short one by direct
+// convolution, the long one through a FIR state; both must give the full linear convolution.
+TEST(CHELPER_HRTF, EachReflectionIsConvolvedWithItsOwnFilter) {
+    // Measurement 0 at azimuth 0, measurement 1 at azimuth 90; 4 taps, 1 kHz so that one
+    // millisecond is one sample.
+    auto set = MakeSet(2, 4, "BOTH", 1000);
+    set->m_aiLookup[static_cast<size_t>(index(0, 0))] = 0;
+    set->m_aiLookup[static_cast<size_t>(index(90, 0))] = 1;
+    std::vector<float> coefs(3 + 40);
+    for (size_t k = 0; k < coefs.size(); ++k) {
+        coefs[k] = std::cos(0.3f * static_cast<float>(k)) / (1.0f + static_cast<float>(k));
+    }
+    const int lengths[] = {3, 40};
+    const float az[] = {0.0f, 90.0f}, el[] = {0.0f, 0.0f};
+    const float delays[] = {2.0f, 7.0f}, gains[] = {0.5f, 2.0f};
+    Pair p;
+    ASSERT_EQ(set->GetHRTF(p.left, p.right, p.length, az, el, delays, gains, coefs.data(), lengths,
+                           2, 0, 1000),
+              1);
+    ASSERT_EQ(p.length, 7 + 40 + 4);  // trunc(delay) + longest filter + taps
+    std::vector<double> left(51, 0.0), right(51, 0.0);
+    const float *d = set->m_pfData.get();
+    for (int r = 0; r < 2; ++r) {
+        const size_t at = r == 0 ? 2 : 7;
+        const double gain = gains[r];
+        const float *filter = coefs.data() + (r == 0 ? 0 : 3);
+        const auto l = qktest::LinearConvolution(d + 8 * r, 4, filter, lengths[r]);
+        const auto rr = qktest::LinearConvolution(d + 8 * r + 4, 4, filter, lengths[r]);
+        for (size_t k = 0; k < l.size(); ++k) {
+            left[at + k] += gain * l[k];
+            right[at + k] += gain * rr[k];
+        }
+    }
+    // Single-precision sums of a few dozen products.
+    constexpr double kTolerance = 1e-5;
+    for (int k = 0; k < 51; ++k) {
+        EXPECT_NEAR(p.left[k], left[static_cast<size_t>(k)], kTolerance) << k;
+        EXPECT_NEAR(p.right[k], right[static_cast<size_t>(k)], kTolerance) << k;
     }
 }

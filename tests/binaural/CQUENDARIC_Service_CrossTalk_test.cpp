@@ -79,13 +79,8 @@ std::vector<float> process(CQUENDARIC_Service_CrossTalk &ctc, CHELPER_HRTF *set,
 }
 
 std::vector<float> convolve(const std::vector<float> &x, const float *h, int iTaps) {
-    std::vector<float> y(x.size() + static_cast<size_t>(iTaps), 0.0f);
-    for (size_t i = 0; i < x.size(); ++i) {
-        for (int k = 0; k < iTaps; ++k) {
-            y[i + static_cast<size_t>(k)] += x[i] * h[k];
-        }
-    }
-    return y;
+    const auto y = qktest::LinearConvolution(x.data(), static_cast<int>(x.size()), h, iTaps);
+    return std::vector<float>(y.begin(), y.end());
 }
 
 // The two loudspeakers heard at the two ears, through the set's own responses.

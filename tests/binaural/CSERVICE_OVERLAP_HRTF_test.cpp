@@ -14,15 +14,7 @@ namespace {
 // output sample stays below 1e-4 of the output's scale (measured: about 2e-5).
 constexpr double kRelativeTolerance = 1e-4;
 
-// Sample t of x convolved with h, counting lags 0 .. maxLag only.
-double convolveAt(const std::vector<float> &x, const std::vector<float> &h, int t, int maxLag) {
-    double sum = 0.0;
-    const int last = std::min({maxLag, t, static_cast<int>(h.size()) - 1});
-    for (int lag = 0; lag <= last; ++lag) {
-        sum += static_cast<double>(h[static_cast<size_t>(lag)]) * x[static_cast<size_t>(t - lag)];
-    }
-    return sum;
-}
+using qktest::ConvolveAt;
 
 std::vector<float> decaying(int taps, double decay, unsigned seed) {
     std::vector<float> h = qktest::Noise(taps, seed);
@@ -56,50 +48,44 @@ double scaleOf(const std::vector<float> &v) {
 }
 }  // namespace
 
-// A response short enough for N = 2n: every block is the exact linear convolution, from a
-// first block that starts with an all-zero overlap.
-TEST(CSERVICE_OVERLAP_HRTF, ShortResponseIsExactLinearConvolution) {
+// Sample j of a block hears lags 0 .. 2n + j and nothing beyond. A response short enough for
+// N = 2n is so the exact linear convolution, from a first block that starts with an all-zero
+// overlap; one much longer (N = 32768) is cut there, as only one block of older overlap
+// survives each shift.
+TEST(CSERVICE_OVERLAP_HRTF, EachSampleHearsTwoBlocksPlusItsPosition) {
     const int n = 512;
-    std::vector<float> hl = qktest::Noise(128, 1);
-    std::vector<float> hr = qktest::Noise(128, 2);
-    std::vector<float> x = qktest::Noise(4 * n, 3);
-    CSERVICE_OVERLAP_HRTF conv;
-    ASSERT_EQ(conv._init(hl.data(), hr.data(), 128, n), 0);
-    const Blocks out = runBlocks(conv, x, n, 4);
-    const double tol = kRelativeTolerance * scaleOf(out.left);
-    for (int t = 0; t < 4 * n; ++t) {
-        ASSERT_NEAR(out.left[static_cast<size_t>(t)], convolveAt(x, hl, t, 1 << 30), tol) << t;
-        ASSERT_NEAR(out.right[static_cast<size_t>(t)], convolveAt(x, hr, t, 1 << 30), tol) << t;
-    }
-}
-
-// A response much longer than the block: N = 32768, and only one block of older overlap
-// survives each shift, so sample j of a block hears lags 0 .. 2n + j and nothing beyond.
-TEST(CSERVICE_OVERLAP_HRTF, LongResponseIsCutAfterTwoBlocksPlusPosition) {
-    const int n = 512;
-    const int taps = 20000;
-    std::vector<float> hl = decaying(taps, 8000.0, 4);
-    std::vector<float> hr = decaying(taps, 8000.0, 5);
-    const int blocks = 6;
-    std::vector<float> x = qktest::Noise(blocks * n, 6);
-    CSERVICE_OVERLAP_HRTF conv;
-    ASSERT_EQ(conv._init(hl.data(), hr.data(), taps, n), 0);
-    EXPECT_EQ(conv.m_iFFTLength, 32768);
-    const Blocks out = runBlocks(conv, x, n, blocks);
-    const double tol = kRelativeTolerance * scaleOf(out.left);
-    int cutAudible = 0;
-    for (int t = 0; t < blocks * n; ++t) {
-        const int j = t % n;
-        const double cut = convolveAt(x, hl, t, 2 * n + j);
-        ASSERT_NEAR(out.left[static_cast<size_t>(t)], cut, tol) << t;
-        ASSERT_NEAR(out.right[static_cast<size_t>(t)], convolveAt(x, hr, t, 2 * n + j), tol) << t;
-        if (std::fabs(cut - convolveAt(x, hl, t, 1 << 30)) > 100 * tol) {
-            ++cutAudible;
+    struct Case {
+        int taps, blocks, fftLength;
+    };
+    for (const Case &c : {Case{128, 4, 1024}, Case{20000, 6, 32768}}) {
+        SCOPED_TRACE(c.taps);
+        std::vector<float> hl = decaying(c.taps, 8000.0, 4);
+        std::vector<float> hr = decaying(c.taps, 8000.0, 5);
+        std::vector<float> x = qktest::Noise(c.blocks * n, 6);
+        CSERVICE_OVERLAP_HRTF conv;
+        ASSERT_EQ(conv._init(hl.data(), hr.data(), c.taps, n), 0);
+        EXPECT_EQ(conv.m_iFFTLength, c.fftLength);
+        const Blocks out = runBlocks(conv, x, n, c.blocks);
+        const double tol = kRelativeTolerance * scaleOf(out.left);
+        int cutAudible = 0;
+        for (int t = 0; t < c.blocks * n; ++t) {
+            const int j = t % n;
+            const double cut = ConvolveAt(x, hl, t, 0, 2 * n + j);
+            ASSERT_NEAR(out.left[static_cast<size_t>(t)], cut, tol) << t;
+            ASSERT_NEAR(out.right[static_cast<size_t>(t)], ConvolveAt(x, hr, t, 0, 2 * n + j), tol)
+                << t;
+            if (std::fabs(cut - ConvolveAt(x, hl, t)) > 100 * tol) {
+                ++cutAudible;
+            }
+        }
+        // From the fourth block on, the lags beyond the cut of the long response are present in
+        // the input: the cut is what the comparison above has seen.
+        if (c.taps > 3 * n) {
+            EXPECT_GT(cutAudible, 2 * n);
+        } else {
+            EXPECT_EQ(cutAudible, 0);
         }
     }
-    // From the fourth block on, the lags beyond the cut are present in the input: the cut
-    // is what the comparison above has seen.
-    EXPECT_GT(cutAudible, 2 * n);
 }
 
 TEST(CSERVICE_OVERLAP_HRTF, OverlapSurvivesQuitAndAGrowthOfTheTransform) {

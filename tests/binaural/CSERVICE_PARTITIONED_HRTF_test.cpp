@@ -10,13 +10,9 @@
 namespace {
 // y = h * x, linear, in double precision.
 std::vector<double> direct(const std::vector<float> &x, const std::vector<float> &h) {
-    std::vector<double> y(x.size(), 0.0);
-    for (size_t t = 0; t < x.size(); ++t) {
-        const size_t taps = std::min(h.size(), t + 1);
-        for (size_t k = 0; k < taps; ++k) {
-            y[t] += static_cast<double>(h[k]) * x[t - k];
-        }
-    }
+    std::vector<double> y = qktest::LinearConvolution(x.data(), static_cast<int>(x.size()),
+                                                      h.data(), static_cast<int>(h.size()));
+    y.resize(x.size());
     return y;
 }
 

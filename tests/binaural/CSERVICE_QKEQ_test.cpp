@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "support/HrtfSets.h"
+#include "support/ReportRecorder.h"
 #include "support/SignalReference.h"
 
 namespace {
@@ -65,7 +66,7 @@ TEST(CSERVICE_QKEQ, MissingSetsAndDirectionsLeaveItAsItWas) {
     EXPECT_EQ(eq._init(nullptr, 0.1f, kRate), -1);
     auto none = qktest::MakeSet(1, kTaps, "BOTH", kRate);
     none->m_aiLookup.assign(CHELPER_HRTF::kDirections, -1);
-    qktest::ReportCatcher quiet;
+    qktest::ReportRecorder quiet;
     EXPECT_EQ(eq._init(none.get(), 0.1f, kRate), -1);
     EXPECT_EQ(eq.m_pFIRLeft, nullptr);
     // A silent ear has no inverse without a limit: that ear passes unfiltered.

@@ -7,6 +7,7 @@
 
 #include "binaural/CHELPER_HRTF.h"
 #include "support/HrtfSets.h"
+#include "support/ReportRecorder.h"
 #include "support/SignalReference.h"
 
 namespace {
@@ -33,14 +34,7 @@ std::vector<float> slot(int s) {
     return h;
 }
 
-// Sample t of x convolved with h, using the input from sample `from` on only.
-double convolveAt(const std::vector<float> &x, const std::vector<float> &h, int t, int from = 0) {
-    double sum = 0.0;
-    for (int lag = 0; lag < static_cast<int>(h.size()) && t - lag >= from; ++lag) {
-        sum += static_cast<double>(h[static_cast<size_t>(lag)]) * x[static_cast<size_t>(t - lag)];
-    }
-    return sum;
-}
+using qktest::ConvolveAt;
 
 class HrtfService : public testing::TestWithParam<const char *> {
   protected:
@@ -74,9 +68,9 @@ TEST_P(HrtfService, RendersTheDirectionAndCrossFadesOneBlockOnAChange) {
     for (int b = 0; b < 2; ++b) {
         const std::vector<float> out = block(b);
         for (int j = 0; j < kBlock; ++j) {
-            ASSERT_NEAR(out[static_cast<size_t>(j)], convolveAt(x, oldL, b * kBlock + j),
+            ASSERT_NEAR(out[static_cast<size_t>(j)], ConvolveAt(x, oldL, b * kBlock + j),
                         kTolerance);
-            ASSERT_NEAR(out[static_cast<size_t>(kBlock + j)], convolveAt(x, oldR, b * kBlock + j),
+            ASSERT_NEAR(out[static_cast<size_t>(kBlock + j)], ConvolveAt(x, oldR, b * kBlock + j),
                         kTolerance);
         }
     }
@@ -92,26 +86,26 @@ TEST_P(HrtfService, RendersTheDirectionAndCrossFadesOneBlockOnAChange) {
         const int t = start + j;
         // The old filter runs on; the new one starts from this block, and the fast
         // convolver's second pass hears the old filter's tail of this block once more.
-        const double aL = convolveAt(x, oldL, t);
-        double bL = convolveAt(x, newL, t, from);
-        double bR = convolveAt(x, newR, t, from);
+        const double aL = ConvolveAt(x, oldL, t);
+        double bL = ConvolveAt(x, newL, t, from);
+        double bR = ConvolveAt(x, newR, t, from);
         if (!fir && !partitioned) {
-            bL += convolveAt(x, oldL, t + kBlock, start) -
-                  convolveAt(x, oldL, t + kBlock, start + kBlock);
-            bR += convolveAt(x, oldR, t + kBlock, start) -
-                  convolveAt(x, oldR, t + kBlock, start + kBlock);
+            bL += ConvolveAt(x, oldL, t + kBlock, start) -
+                  ConvolveAt(x, oldL, t + kBlock, start + kBlock);
+            bR += ConvolveAt(x, oldR, t + kBlock, start) -
+                  ConvolveAt(x, oldR, t + kBlock, start + kBlock);
         }
         ASSERT_NEAR(fade[static_cast<size_t>(j)], aL * (1.0 - up) + bL * up, kTolerance) << j;
         ASSERT_NEAR(fade[static_cast<size_t>(kBlock + j)],
-                    convolveAt(x, oldR, t) * (1.0 - up) + bR * up, kTolerance)
+                    ConvolveAt(x, oldR, t) * (1.0 - up) + bR * up, kTolerance)
             << j;
     }
     const std::vector<float> after = block(3);
     for (int j = 0; j < kBlock; ++j) {
-        ASSERT_NEAR(after[static_cast<size_t>(j)], convolveAt(x, newL, 3 * kBlock + j, from),
+        ASSERT_NEAR(after[static_cast<size_t>(j)], ConvolveAt(x, newL, 3 * kBlock + j, from),
                     kTolerance);
         ASSERT_NEAR(after[static_cast<size_t>(kBlock + j)],
-                    convolveAt(x, newR, 3 * kBlock + j, from), kTolerance);
+                    ConvolveAt(x, newR, 3 * kBlock + j, from), kTolerance);
     }
 }
 
@@ -141,12 +135,12 @@ TEST(CService_HRTF, PartitionedKeepsTheFilterWhenTheDirectionStays) {
     std::copy(x.begin(), x.end(), twice.begin());
     std::copy(x.begin(), x.end(), twice.begin() + kBlock);
     for (int j = 0; j < kBlock; ++j) {
-        ASSERT_NEAR(service.m_pfData[j], convolveAt(twice, newL, kBlock + j), kTolerance) << j;
+        ASSERT_NEAR(service.m_pfData[j], ConvolveAt(twice, newL, kBlock + j), kTolerance) << j;
     }
 }
 
 TEST(CService_HRTF, FailuresWithoutSetOrMeasurement) {
-    qktest::ReportCatcher reports;
+    qktest::ReportRecorder reports;
     CService_HRTF service;
     std::vector<float> in(kBlock, 1.0f);
     EXPECT_EQ(service._init(kBlock, kRate), -1);

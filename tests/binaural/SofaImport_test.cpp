@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "support/HrtfSets.h"
+#include "support/WaveWriter.h"
 
 namespace {
 const char *const kKemar = "/usr/share/libmysofa/MIT_KEMAR_normal_pinna.sofa";
@@ -90,9 +91,9 @@ TEST(SofaImport, ImportedKemarPointsTheRightWay) {
 TEST(SofaImport, FilesItCannotUseAreRefusedWithAReason) {
     CHELPER_HRTF set;
     std::string error;
-    EXPECT_EQ(qk::ImportSofa(qktest::TempPath("absent.sofa"), {}, set, error), -1);
+    EXPECT_EQ(qk::ImportSofa(qktest::ScratchPath("absent.sofa"), {}, set, error), -1);
     EXPECT_NE(error.find("absent.sofa"), std::string::npos);
-    const std::string junk = qktest::TempPath("junk.sofa");
+    const std::string junk = qktest::ScratchPath("junk.sofa");
     std::ofstream(junk) << "this is not an HDF5 file at all";
     error.clear();
     EXPECT_EQ(qk::ImportSofa(junk, {}, set, error), -1);

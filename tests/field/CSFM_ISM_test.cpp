@@ -15,7 +15,7 @@
 #include "field/CSFM_RT.h"
 #include "support/HrtfSets.h"
 #include "support/ReportRecorder.h"
-#include "support/ScopedCommonRoot.h"
+#include "support/ScopedSettingsDir.h"
 #include "world/CDSC_World.h"
 #include "world/CWorld_Utils.h"
 
@@ -148,12 +148,11 @@ TEST_F(ShoeBox, WhatTheChangeMaskCosts) {
                                                2, 25.0f, kRate, 0),
               CSFM_ISM::kListenerTurned);
     model->m_ValidImages.resize(3);  // a mark on the valid list too
-    float *left = nullptr, *right = nullptr, *mono = nullptr;
-    int n = 0, monoLength = 0;
-    float peakL = 0, peakR = 0;
-    ASSERT_EQ(model->GetBinauralImpulseResponse(nullptr, mono, monoLength, left, right, n, source,
-                                                at(0, 10, 1.5f), listener, at(0, 10, 1.5f), "", 2,
-                                                25.0f, kRate, peakL, peakR, 0, 0, 32, 1),
+    qktest::Responses out;
+    ASSERT_EQ(model->GetBinauralImpulseResponse(nullptr, out.mono, out.monoLength, out.left,
+                                                out.right, out.length, source, at(0, 10, 1.5f),
+                                                listener, at(0, 10, 1.5f), "", 2, 25.0f, kRate,
+                                                out.peakLeft, out.peakRight, 0, 0, 32, 1),
               0);
     EXPECT_EQ(model->m_Images[5].x, 999.0f);
     EXPECT_EQ(model->m_ValidImages.size(), 3u);
@@ -171,9 +170,6 @@ TEST_F(ShoeBox, WhatTheChangeMaskCosts) {
     ASSERT_EQ(Echogram(at(1.0f, 0.5f, 1.0f), listener, 2), 0);
     EXPECT_NE(model->m_Images[5].x, 999.0f);
     EXPECT_EQ(model->m_Images.size(), images);
-    ippsFree(left);
-    ippsFree(right);
-    ippsFree(mono);
 }
 
 TEST_F(ShoeBox, ReflectionFiltersCascadeAlongThePath) {
@@ -199,31 +195,27 @@ TEST_F(ShoeBox, TheBinauralResponseOfAUnitImpulseSet) {
     set->m_pfData[0] = 1.0f;
     set->m_pfData[64] = 1.0f;
     qktest::FillLookup(*set, 0);
-    float *left = nullptr, *right = nullptr, *mono = nullptr;
-    int n = 0, monoLength = 0;
-    float peakL = 0, peakR = 0;
+    qktest::Responses out;
     const C3Point source = at(0.5f, 1.7f, 1.2f);
     const C3Point listener = at(-0.3f, -1.0f, 2.1f);
-    ASSERT_EQ(model->GetBinauralImpulseResponse(set.get(), mono, monoLength, left, right, n, source,
-                                                at(0, 10, 1.2f), listener, at(0, 10, 1.6f), "", 2,
-                                                25.0f, kRate, peakL, peakR, 0, 1, 32, 7),
+    ASSERT_EQ(model->GetBinauralImpulseResponse(set.get(), out.mono, out.monoLength, out.left,
+                                                out.right, out.length, source, at(0, 10, 1.2f),
+                                                listener, at(0, 10, 1.6f), "", 2, 25.0f, kRate,
+                                                out.peakLeft, out.peakRight, 0, 1, 32, 7),
               0);
     const float gains = std::accumulate(model->m_pfGains.begin(), model->m_pfGains.end(), 0.0f);
-    EXPECT_NEAR(std::accumulate(left, left + n, 0.0f), gains, 1e-4f);
-    EXPECT_NEAR(std::accumulate(right, right + n, 0.0f), gains, 1e-4f);
+    EXPECT_NEAR(std::accumulate(out.left, out.left + out.length, 0.0f), gains, 1e-4f);
+    EXPECT_NEAR(std::accumulate(out.right, out.right + out.length, 0.0f), gains, 1e-4f);
     // The direct sound: alone on its sample, before any reflection.
     const int direct = static_cast<int>(model->m_pfDelays[0] / 1000.0f * kRate);
-    EXPECT_FLOAT_EQ(left[direct], model->m_pfGains[0]);
-    EXPECT_EQ(std::count_if(left, left + direct, [](float v) { return v != 0.0f; }), 0);
-    EXPECT_FLOAT_EQ(peakL, *std::max_element(left, left + n));
+    EXPECT_FLOAT_EQ(out.left[direct], model->m_pfGains[0]);
+    EXPECT_EQ(std::count_if(out.left, out.left + direct, [](float v) { return v != 0.0f; }), 0);
+    EXPECT_FLOAT_EQ(out.peakLeft, *std::max_element(out.left, out.left + out.length));
     for (int i = 0; i < 6; ++i) {
         EXPECT_FLOAT_EQ(model->m_afEarlyDelays[i], model->m_pfDelays[i] / 1000.0f);
     }
     EXPECT_EQ(model->m_iImagesTotal, 37);
     EXPECT_EQ(model->m_iImagesValid, 25);
-    ippsFree(left);
-    ippsFree(right);
-    ippsFree(mono);
 }
 
 // The model's synthesis reads the set in place; it must give what the set's own reflection
@@ -299,19 +291,18 @@ TEST_F(ShoeBox, AHighOrderStopsAtTheCapWithOneReport) {
 TEST_F(ShoeBox, TheManagerKeepsAModelPerSourceAndSharesInSharedMode) {
     CSFM_ISM_ORMS manager(world.get());
     manager.m_pCode4 = &code;
-    float *left = nullptr, *right = nullptr, *mono = nullptr;
-    int n = 0, monoLength = 0;
-    float peakL = 0, peakR = 0;
+    qktest::Responses out;
     const C3Point listener = at(-0.6f, -0.2f, 1.9f);
     auto call = [&](int id, C3Point source) {
-        return manager.GetBinauralImpulseResponse(nullptr, mono, monoLength, left, right, n, source,
-                                                  at(0, 10, 1.5f), listener, at(0, 10, 1.5f), "", 2,
-                                                  25.0f, kRate, peakL, peakR, 0, 0, 32, id);
+        return manager.GetBinauralImpulseResponse(nullptr, out.mono, out.monoLength, out.left,
+                                                  out.right, out.length, source, at(0, 10, 1.5f),
+                                                  listener, at(0, 10, 1.5f), "", 2, 25.0f, kRate,
+                                                  out.peakLeft, out.peakRight, 0, 0, 32, id);
     };
     ASSERT_EQ(call(1, at(1.2f, 0.3f, 1.3f)), 0);
     ASSERT_EQ(call(2, at(0.5f, 1.7f, 1.2f)), 0);
     ASSERT_EQ(manager.ModelCount(), 2u);
-    EXPECT_EQ(manager.m_iLastLength, monoLength);
+    EXPECT_EQ(manager.m_iLastLength, out.monoLength);
     EXPECT_EQ(manager.m_iImagesValid, 25);
     EXPECT_NE(manager.Model(1)->m_pImages, manager.Model(2)->m_pImages);
 
@@ -326,12 +317,12 @@ TEST_F(ShoeBox, TheManagerKeepsAModelPerSourceAndSharesInSharedMode) {
     EXPECT_FLOAT_EQ(first->m_Images[0].x, listener.x);
     EXPECT_EQ(second->m_iImagesValid, 25);
     // The same room either way round: the echogram doesn't depend on the mode.
-    std::vector<float> shared(mono, mono + monoLength);
+    std::vector<float> shared(out.mono, out.mono + out.monoLength);
     manager.m_iORMS = 0;
     ASSERT_EQ(call(2, at(0.5f, 1.7f, 1.2f)), 0);
-    ASSERT_EQ(shared.size(), static_cast<size_t>(monoLength));
-    for (int i = 0; i < monoLength; ++i) {
-        ASSERT_NEAR(shared[static_cast<size_t>(i)], mono[i], 1e-5f) << i;
+    ASSERT_EQ(shared.size(), static_cast<size_t>(out.monoLength));
+    for (int i = 0; i < out.monoLength; ++i) {
+        ASSERT_NEAR(shared[static_cast<size_t>(i)], out.mono[i], 1e-5f) << i;
     }
 
     // A source removed during play: its model goes, and one that borrowed its images makes its
@@ -344,21 +335,17 @@ TEST_F(ShoeBox, TheManagerKeepsAModelPerSourceAndSharesInSharedMode) {
     EXPECT_EQ(manager.Model(2)->m_pImages, nullptr);
     ASSERT_EQ(call(2, at(0.5f, 1.7f, 1.2f)), 0);
     EXPECT_EQ(manager.Model(2)->m_iImagesValid, 25);
-    ippsFree(left);
-    ippsFree(right);
-    ippsFree(mono);
 }
 
 // With "INFO" the time of each generation reaches the host at the info level.
 TEST_F(ShoeBox, TheTimingReportReachesTheHost) {
     qktest::ReportRecorder reports;
-    float *left = nullptr, *right = nullptr, *mono = nullptr;
-    int n = 0, monoLength = 0;
-    float peakL = 0, peakR = 0;
+    qktest::Responses out;
     auto call = [&] {
         return model->GetBinauralImpulseResponse(
-            nullptr, mono, monoLength, left, right, n, at(1, 0.5f, 1), at(0, 10, 1),
-            at(-1, 0, 1.5f), at(0, 10, 1.5f), "", 1, 25.0f, kRate, peakL, peakR, 0, 1, 32, 7);
+            nullptr, out.mono, out.monoLength, out.left, out.right, out.length, at(1, 0.5f, 1),
+            at(0, 10, 1), at(-1, 0, 1.5f), at(0, 10, 1.5f), "", 1, 25.0f, kRate, out.peakLeft,
+            out.peakRight, 0, 1, 32, 7);
     };
     ASSERT_EQ(call(), 0);
     EXPECT_TRUE(reports.entries.empty());
@@ -367,9 +354,6 @@ TEST_F(ShoeBox, TheTimingReportReachesTheHost) {
     ASSERT_EQ(reports.entries.size(), 1u);
     EXPECT_EQ(reports.entries[0].text.rfind("Source:  7, Time (ms): ", 0), 0u);
     EXPECT_EQ(reports.entries[0].severity, static_cast<int>(qk::Severity::Info));
-    ippsFree(left);
-    ippsFree(right);
-    ippsFree(mono);
 }
 
 // The ray-tracing place holder: no world, no rays; no responses at all.
@@ -380,12 +364,11 @@ TEST_F(ShoeBox, TheRayTracingModelIsASkeleton) {
     EXPECT_EQ(none.m_Source.x, 5.0f);
     CSFM_RT rays(world.get());
     EXPECT_EQ(rays.CalculateRays(at(1, 1, 1), at(0, 0, 1)), 0);
-    float *left = nullptr, *right = nullptr, *mono = nullptr;
-    int n = 0, monoLength = 0;
-    float peakL = 0, peakR = 0;
-    EXPECT_EQ(rays.GetBinauralImpulseResponse(nullptr, mono, monoLength, left, right, n,
-                                              at(1, 1, 1), at(0, 10, 1), at(0, 0, 1), at(0, 10, 1),
-                                              "", 1, 25.0f, kRate, peakL, peakR, 0, 1, 32, 1),
+    qktest::Responses out;
+    EXPECT_EQ(rays.GetBinauralImpulseResponse(nullptr, out.mono, out.monoLength, out.left,
+                                              out.right, out.length, at(1, 1, 1), at(0, 10, 1),
+                                              at(0, 0, 1), at(0, 10, 1), "", 1, 25.0f, kRate,
+                                              out.peakLeft, out.peakRight, 0, 1, 32, 1),
               -1);
-    EXPECT_EQ(mono, nullptr);
+    EXPECT_EQ(out.mono, nullptr);
 }

@@ -16,7 +16,7 @@ constexpr float kFullScale = 32768.0f;
 
 class PreComputedSet : public testing::Test {
   protected:
-    PreComputedSet() : folder(qktest::TempPath("pcirs")) {
+    PreComputedSet() : folder(qktest::ScratchPath("pcirs")) {
         fs::remove_all(folder);
         fs::create_directories(folder);
     }

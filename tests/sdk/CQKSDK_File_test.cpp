@@ -16,9 +16,9 @@
 #include "support/HrtfSets.h"
 #include "support/ReportRecorder.h"
 #include "support/RiffBytes.h"
-#include "support/ScopedCommonRoot.h"
 #include "support/ScopedSettingsDir.h"
 #include "support/SdkAccess.h"
+#include "support/WaveWriter.h"
 #include "world/CVRSoundSource.h"
 
 namespace fs = std::filesystem;
@@ -46,7 +46,7 @@ class HostNotes : public qk::CObject {
 class ProjectFiles : public testing::Test {
   protected:
     ProjectFiles() : root("project_files"), settings("project_files") {
-        folder = qktest::TempPath("projects");
+        folder = qktest::ScratchPath("projects");
         fs::remove_all(folder);
         fs::create_directories(folder);
     }

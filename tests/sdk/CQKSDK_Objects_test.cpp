@@ -7,6 +7,7 @@
 
 #include "quendarik/CQKSDK.h"
 #include "support/HrtfSets.h"
+#include "support/ReportRecorder.h"
 #include "support/ScopedSettingsDir.h"
 #include "support/SdkAccess.h"
 
@@ -145,9 +146,9 @@ TEST_F(Objects, ListenersPositionsAndTheirWorldEntries) {
     sdk.qk_Vsrc_Get_Binaural_Position(id, d, a, e);
     EXPECT_EQ(d, 1.0f);
     EXPECT_EQ(a, 270.0f);  // on the right
-    qktest::ReportCatcher reports;
+    qktest::ReportRecorder reports;
     EXPECT_EQ(Engine().Remove3DListener(second), 0);
-    EXPECT_EQ(reports.texts, (std::vector<std::string>{"TODO: Remove3DListener"}));
+    EXPECT_EQ(reports.Texts(), (std::vector<std::string>{"TODO: Remove3DListener"}));
     ExpectInStep();
     EXPECT_EQ(Source(id)->m_pSink, pFirst);
     Engine().RemoveAll3DListeners();

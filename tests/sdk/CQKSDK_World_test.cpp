@@ -4,7 +4,6 @@
 #include <fstream>
 
 #include "support/ReportRecorder.h"
-#include "support/ScopedCommonRoot.h"
 #include "support/ScopedSettingsDir.h"
 #include "support/SdkAccess.h"
 

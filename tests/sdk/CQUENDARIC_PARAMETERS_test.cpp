@@ -6,11 +6,11 @@
 #include <csignal>
 
 #include "support/HrtfSets.h"
+#include "support/ReportRecorder.h"
+#include "support/RiffBytes.h"
 #include "support/ScopedSettingsDir.h"
 
-using qktest::ReadBytes;
 using qktest::ScopedSettingsDir;
-using qktest::WriteBytes;
 
 namespace {
 // Gives every stored field a value of its own; returns the size the stored form must have
@@ -78,7 +78,7 @@ TEST(CQUENDARIC_PARAMETERS, TruncatedOrForeignFilesChangeNothing) {
     bad.push_back(good);
     bad.back()[44] = 0xFF;  // the first string's length claims more than there is
     for (const auto &bytes : bad) {
-        WriteBytes(dir.File("bad.qksettings"), bytes);
+        qktest::WriteFileBytes(dir.File("bad.qksettings"), bytes);
         p._read();
         EXPECT_EQ(p.StoreSettings(), before) << bytes.size() << " bytes";
     }
@@ -96,7 +96,7 @@ TEST(CQUENDARIC_PARAMETERS, AFileWithMoreFieldsGivesItsLeadingOnes) {
         bytes = writer.StoreSettings();
     }
     bytes.insert(bytes.end(), 16, 0xA5);
-    WriteBytes(dir.File("late.qksettings"), bytes);  // four letters name the file
+    qktest::WriteFileBytes(dir.File("late.qksettings"), bytes);  // four letters name the file
     CQUENDARIC_PARAMETERS p;
     p.m_strApplication = "later";
     p._read();
@@ -109,7 +109,7 @@ TEST(CQUENDARIC_PARAMETERS, AFailedWriteKeepsTheOldFile) {
     CQUENDARIC_PARAMETERS p;
     p.m_strApplication = "full";
     p._write();
-    const std::vector<uint8_t> old = ReadBytes(dir.File("full.qksettings"));
+    const std::vector<uint8_t> old = qktest::ReadFileBytes(dir.File("full.qksettings"));
     ASSERT_FALSE(old.empty());
 
     // A file size limit below the settings' size makes the write fail part way, as a full
@@ -125,7 +125,7 @@ TEST(CQUENDARIC_PARAMETERS, AFailedWriteKeepsTheOldFile) {
     setrlimit(RLIMIT_FSIZE, &saved);
     std::signal(SIGXFSZ, previous);
 
-    EXPECT_EQ(ReadBytes(dir.File("full.qksettings")), old);
+    EXPECT_EQ(qktest::ReadFileBytes(dir.File("full.qksettings")), old);
     EXPECT_EQ(dir.Files(), (std::vector<std::string>{"full.qksettings"}));  // no leftovers
 }
 
@@ -133,9 +133,9 @@ TEST(CQUENDARIC_PARAMETERS, AFailedWriteKeepsTheOldFile) {
 // is reported, leaves no set and keeps the bad path; the canceller's failure doesn't count.
 TEST(CQUENDARIC_PARAMETERS, SetHRTFFollowsTheRequest) {
     ScopedSettingsDir dir("sethrtf");
-    qktest::ReportCatcher reports;
+    qktest::ReportRecorder reports;
     const std::string good = dir.File("good.qkhrtf");
-    WriteBytes(good, qktest::StoreToBytes(*qktest::MakeSet(3, 32, "BOTH", 44100)));
+    qktest::WriteFileBytes(good, qktest::StoreToBytes(*qktest::MakeSet(3, 32, "BOTH", 44100)));
 
     CQUENDARIC_PARAMETERS p;
     EXPECT_EQ(p.SetHRTF(), -1);  // nothing asked for
@@ -152,10 +152,10 @@ TEST(CQUENDARIC_PARAMETERS, SetHRTFFollowsTheRequest) {
     EXPECT_EQ(p.SetHRTF(), -1);
     EXPECT_EQ(p.m_pHRTF, nullptr);
     EXPECT_EQ(p.m_strHRTF, missing);
-    EXPECT_EQ(reports.texts, (std::vector<std::string>{"QKHRTF file not found"}));
+    EXPECT_EQ(reports.Texts(), (std::vector<std::string>{"QKHRTF file not found"}));
 
     const std::string foreign = dir.File("foreign.qkhrtf");
-    WriteBytes(foreign, {1, 2, 3, 4});
+    qktest::WriteFileBytes(foreign, {1, 2, 3, 4});
     p.SetHRTFRequestCTC(foreign);
     p.SetHRTFRequest(good);
     EXPECT_EQ(p.SetHRTF(), 0);  // the canceller's result doesn't count

@@ -7,9 +7,9 @@
 
 #include "support/CodecFiles.h"
 #include "support/HrtfSets.h"
-#include "support/ScopedCommonRoot.h"
 #include "support/ScopedSettingsDir.h"
 #include "support/SdkAccess.h"
+#include "support/WaveWriter.h"
 
 namespace fs = std::filesystem;
 
@@ -23,7 +23,7 @@ TEST(ResponseSetFiles, NameHoldsIdsAndCentimetres) {
 }
 
 TEST(ResponseSetFiles, SaveAsWaveScalesTo16BitsWithoutClipping) {
-    const std::string path = qktest::TempPath("scaled.wav");
+    const std::string path = qktest::ScratchPath("scaled.wav");
     // Left 0.5, 1.0; right -0.25, 0.0001: 1.0 is 32768, whose low word reads back as -32768.
     float block[] = {0.5f, 1.0f, -0.25f, 0.0001f};
     ASSERT_EQ(CQUENDARIK_PROCESSOR::SaveAsWave(path, block, 2, 2, 16, 44100), 0);
@@ -48,7 +48,7 @@ TEST(ResponseSetFiles, NeedsADataSetAndAListener) {
     CQKSDK sdk;
     sdk.qk_HRTF_Set_Full("/no/such/set.qkhrtf");
     EXPECT_EQ(sdk.qk_SFM_PreComputeWav(), -1);
-    const std::string set = qktest::TempPath("offline.qkhrtf");
+    const std::string set = qktest::ScratchPath("offline.qkhrtf");
     const std::vector<uint8_t> bytes = qktest::StoreToBytes(*qktest::MakeSet(3, 32, "BOTH", 44100));
     std::FILE *file = std::fopen(set.c_str(), "wb");
     std::fwrite(bytes.data(), 1, bytes.size(), file);
@@ -87,7 +87,7 @@ class ResponseSets : public testing::Test {
         return names;
     }
 
-    const std::string folder = qktest::TempPath("response_set");
+    const std::string folder = qktest::ScratchPath("response_set");
     qktest::ScopedCommonRoot root{"response_sets"};
     qktest::ScopedSettingsDir settings{"response_sets"};
     CQKSDK sdk;

@@ -13,6 +13,7 @@
 #include "support/HrtfSets.h"
 #include "support/RiffBytes.h"
 #include "support/SdkAccess.h"
+#include "support/WaveWriter.h"
 #include "world/CWorld_Utils.h"
 
 namespace {
@@ -58,35 +59,19 @@ class Loudspeakers : public testing::Test {
     std::vector<float> mono;
 };
 
-// Mean square of each channel of a 16-bit stereo wave file.
-std::pair<double, double> fileLevels(const std::string &path) {
-    const qktest::Bytes bytes = qktest::ReadFileBytes(path);
-    double sum[2] = {0.0, 0.0};
-    for (const qktest::RawChunk &c : qktest::ChunksOf(bytes)) {
-        const size_t end = std::min<size_t>(bytes.size(), c.dataOffset + c.size);
-        for (size_t at = c.dataOffset; c.id == "data" && at + 4 <= end; at += 4) {
-            for (size_t ch = 0; ch < 2; ++ch) {
-                const auto v =
-                    static_cast<int16_t>(bytes[at + 2 * ch] | (bytes[at + 2 * ch + 1] << 8));
-                sum[ch] += static_cast<double>(v) * v;
-            }
-        }
-    }
-    return {sum[0], sum[1]};
-}
 }  // namespace
 
 // A source on the left, recorded over loudspeakers: both loudspeakers play (the right one
 // cancels what the left one sends to the right ear), the left louder. Over headphones the
 // same source gives a different right channel: the canceller ran.
 TEST_F(Loudspeakers, RecordingHasTheCancellersSignature) {
-    const std::string path = qktest::TempPath("speakers.wav");
+    const std::string path = qktest::ScratchPath("speakers.wav");
     sdk.qk_Save_Wave_Start(path);
     for (int b = 0; b < 40; ++b) {
         ASSERT_EQ(Block(1024), 0);
     }
     sdk.qk_Save_Wave_Stop();
-    const auto levels = fileLevels(path);
+    const auto levels = qktest::StereoEnergies(path);
     std::remove(path.c_str());
     EXPECT_GT(levels.first, levels.second);
     EXPECT_GT(levels.second, 0.01 * levels.first);  // within 20 dB: clearly active

@@ -23,7 +23,7 @@ using namespace std::chrono_literals;
 // noise source, rendering with no output device.
 class Scene {
   public:
-    explicit Scene(int count) : m_set(qktest::TempPath("moves.qkhrtf")) {
+    explicit Scene(int count) : m_set(qktest::ScratchPath("moves.qkhrtf")) {
         auto set = qktest::MakeSet(3, 32, "BOTH", 44100);
         qktest::FillLookup(*set, 0);
         const std::vector<uint8_t> bytes = qktest::StoreToBytes(*set);

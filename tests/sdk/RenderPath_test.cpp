@@ -70,20 +70,21 @@ std::vector<float> noise(int n, float rms, unsigned seed) {
     return v;
 }
 
+// A listener and a noise source in front on the left, played on the default device in
+// blocks of the given length.
+void addNoiseToPlay(CQKSDK &sdk, int block) {
+    sdk.qk_Asnk_Set(-1);
+    sdk.qkSimSetBlockLength(block);
+    int listener = 0, noise = 0, object = 0;
+    sdk.qk_Vrcv_Add(listener);
+    sdk.qk_Ssrc_Add_Gauss(noise);
+    sdk.qk_Vsrc_Add(object, noise, 0, 1.0f, 1.0f, 0.0f, "noise");
+}
+
 // Left minus right level in dB of a 16-bit stereo wave file written by the library.
 double fileBalanceDb(const std::string &path) {
-    const qktest::Bytes bytes = qktest::ReadFileBytes(path);
-    double sum[2] = {1e-30, 1e-30};
-    for (const qktest::RawChunk &c : qktest::ChunksOf(bytes)) {
-        const size_t end = std::min<size_t>(bytes.size(), c.dataOffset + c.size);
-        for (size_t at = c.dataOffset; c.id == "data" && at + 4 <= end; at += 4) {
-            for (size_t ch = 0; ch < 2; ++ch) {
-                const double v = static_cast<int16_t>(qktest::LE16(bytes, at + 2 * ch));
-                sum[ch] += v * v;
-            }
-        }
-    }
-    return 10.0 * std::log10(sum[0] / sum[1]);
+    const auto energies = qktest::StereoEnergies(path);
+    return 10.0 * std::log10((energies.first + 1e-30) / (energies.second + 1e-30));
 }
 }  // namespace
 
@@ -245,14 +246,7 @@ TEST(RenderOnDevice, ThreeSecondsOfBlocksTakeRealTimeAndEachReachesTheCallback) 
         CQKSDK sdk;
         sdk.qk_HRTF_Set_Full(kDefaultSet.c_str());
         sdk.qk_Siml_Set_PO(1);
-        sdk.qk_Asnk_Set(-1);
-        sdk.qkSimSetBlockLength(2048);
-        int listener = 0;
-        int noiseId = 0;
-        int object = 0;
-        sdk.qk_Vrcv_Add(listener);
-        sdk.qk_Ssrc_Add_Gauss(noiseId);
-        sdk.qk_Vsrc_Add(object, noiseId, 0, 1.0f, 1.0f, 0.0f, "noise");
+        addNoiseToPlay(sdk, 2048);
         Seen seen;
         sdk.qk_Appl_Register_On_Values(reinterpret_cast<unsigned long>(&onValues),
                                        reinterpret_cast<unsigned long>(&seen));
@@ -312,14 +306,7 @@ TEST(PlayWithoutOutput, KeepsToRealTimeAndReportsOnce) {
             sdk.qk_Appl_Register_On_Message(&countReport, 0);
             g_reportCount = 0;
             sdk.qk_HRTF_Set_Full(c.set.c_str());
-            sdk.qk_Asnk_Set(-1);
-            sdk.qkSimSetBlockLength(kBlock);
-            int listener = 0;
-            int noiseId = 0;
-            int object = 0;
-            sdk.qk_Vrcv_Add(listener);
-            sdk.qk_Ssrc_Add_Gauss(noiseId);
-            sdk.qk_Vsrc_Add(object, noiseId, 0, 1.0f, 1.0f, 0.0f, "noise");
+            addNoiseToPlay(sdk, kBlock);
             const double cpu = processCpuSeconds();
             const auto start = std::chrono::steady_clock::now();
             sdk.qkPlay();

@@ -12,14 +12,11 @@
 
 #include "platform/Report.h"
 #include "support/RiffBytes.h"
+#include "support/WaveWriter.h"
 
 using qktest::Bytes;
 
 namespace {
-std::string tempPath(const std::string &name) {
-    return testing::TempDir() + "qk_sink_" + name;
-}
-
 // The "data" chunk's bytes of a finished file, and the file's "fact" count.
 struct Finished {
     Bytes data;
@@ -77,7 +74,8 @@ TEST(CSINK_WAVE, AllFourLayoutsInterleavePlanarBlocks) {
                                                     {4, 5, 6, 104, 105, 106}};
     for (int bits : {8, 16}) {
         for (int channels : {1, 2}) {
-            const Finished f = writeThrough(tempPath("layout.wav"), channels, bits, blocks, 2);
+            const Finished f =
+                writeThrough(qktest::ScratchPath("layout.wav"), channels, bits, blocks, 2);
             Bytes expected;
             for (const auto &block : blocks) {
                 for (int i = 0; i < 3; ++i) {
@@ -110,7 +108,8 @@ TEST(CSINK_WAVE, SamplesAreTruncatedAndWrapWithoutClipping) {
         {16, {std::nanf(""), 1e20f, -1e20f}, {0, 0, 0xFF, 0xFF, 0, 0}},
     };
     for (const Case &c : cases) {
-        EXPECT_EQ(writeThrough(tempPath("wrap.wav"), 1, c.bits, {c.in}, 1).data, c.out) << c.in[0];
+        EXPECT_EQ(writeThrough(qktest::ScratchPath("wrap.wav"), 1, c.bits, {c.in}, 1).data, c.out)
+            << c.in[0];
     }
 }
 
@@ -118,8 +117,8 @@ TEST(CSINK_WAVE, AnotherProgramReadsTheFile) {
     if (std::system("command -v sox >/dev/null 2>&1") != 0) {
         GTEST_SKIP() << "sox is not installed";
     }
-    const std::string path = tempPath("sox.wav");
-    const std::string info = tempPath("sox.txt");
+    const std::string path = qktest::ScratchPath("sox.wav");
+    const std::string info = qktest::ScratchPath("sox.txt");
     CSINK_WAVE sink;
     sink.m_strSinkFile = path;
     ASSERT_EQ(sink._init(8192, 2, 16, 44100), 0);
@@ -143,11 +142,11 @@ TEST(CSINK_WAVE, RefusesWhatItCannotWrite) {
     EXPECT_EQ(sink._init(8192, 2, 16, 44100), -1);
     float small[4] = {};
     EXPECT_EQ(sink._process(small, 2, 2), -1);
-    sink.m_strSinkFile = tempPath("no-such-folder") + "/x.wav";
+    sink.m_strSinkFile = qktest::ScratchPath("no-such-folder") + "/x.wav";
     EXPECT_EQ(sink._init(8192, 2, 16, 44100), -1);
     EXPECT_EQ(sink.m_iFailed, 1);
 
-    sink.m_strSinkFile = tempPath("refuse.wav");
+    sink.m_strSinkFile = qktest::ScratchPath("refuse.wav");
     EXPECT_EQ(sink._init(8192, 0, 16, 44100), -1);
     EXPECT_EQ(sink._init(8192, 2, 16, 0), -1);
     ASSERT_EQ(sink._init(8192, 2, 16, 44100), 0);
@@ -181,7 +180,7 @@ TEST(CSINK_WAVE, AFailedWriteIsReportedAndTheSinkStaysOpen) {
 }
 
 TEST(CSINK_WAVE, DestroyingAnOpenSinkLeavesACompleteFileAndNoHandles) {
-    const std::string path = tempPath("destroy.wav");
+    const std::string path = qktest::ScratchPath("destroy.wav");
     const int filesBefore = qktest::OpenFileCount();
     {
         auto sink = std::make_unique<CSINK_WAVE>();

@@ -4,15 +4,14 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <fstream>
 #include <vector>
 
-#include "platform/Report.h"
 #include "support/CodecFiles.h"
-#include "support/RiffBytes.h"
+#include "support/ReportRecorder.h"
 #include "support/ScopedSettingsDir.h"
-#include "support/WaveWriter.h"
+#include "support/ScratchFiles.h"
+#include "support/SignalReference.h"
 
 namespace {
 // Plays `frames` frames in blocks of `block` and gives each channel as one run, read at the
@@ -31,47 +30,14 @@ std::vector<std::vector<float>> play(CSOURCE_AC3 &source, int frames, int block)
     return out;
 }
 
-double power(const std::vector<float> &x, double hz, double rate) {
-    const double w = 2.0 * M_PI * hz / rate;
-    double s1 = 0.0, s2 = 0.0;
-    for (float v : x) {
-        const double s0 = v + 2.0 * std::cos(w) * s1 - s2;
-        s2 = s1;
-        s1 = s0;
-    }
-    return s1 * s1 + s2 * s2 - 2.0 * std::cos(w) * s1 * s2;
-}
-
-int g_reports = 0;
-int countReports(unsigned long, const char *, const char *, int) {
-    ++g_reports;
-    return qk::kAnswerOk;
-}
-
 class Ac3Source : public testing::Test {
   protected:
-    void SetUp() override {
-        g_reports = 0;
-        qk::SetReportHandler(&countReports, 0);
-    }
-    void TearDown() override {
-        qk::SetReportHandler(nullptr, 0);
-        for (const auto &f : files) {
-            std::remove(f.c_str());
-        }
-    }
     void Settings(const std::string &text) { std::ofstream(settings.File("ac3.ini")) << text; }
-    std::string Write(const std::string &name, const qktest::Bytes &bytes) {
-        const std::string path = qktest::ScratchPath(name);
-        qktest::WriteFileBytes(path, bytes);
-        files.push_back(path);
-        return path;
-    }
+    qktest::ReportRecorder reports{qk::kAnswerOk};
+    qktest::ScratchFiles files;
     qktest::ScopedSettingsDir settings{"ac3"};
-    std::vector<std::string> files;
 };
 }  // namespace
-
 TEST_F(Ac3Source, BlocksTakeWholeFramesAndWhatIsLeftOpensTheNextBlock) {
     struct Step {
         int length;
@@ -166,10 +132,10 @@ TEST_F(Ac3Source, TheOutputLayoutAndFormatComeFromTheSettingsFile) {
         EXPECT_EQ(source.m_iSource_SampleRate, 48000) << c.ini;
         for (size_t k = 0; k < c.tones.size(); ++k) {
             // Each channel's own tone stands far above the others.
-            const double own = power(out[k], c.tones[k], 48000.0);
+            const double own = qktest::TonePower(out[k], c.tones[k], 48000.0);
             for (double other : c.tones) {
                 if (other != c.tones[k]) {
-                    EXPECT_GT(own, 100.0 * power(out[k], other, 48000.0))
+                    EXPECT_GT(own, 100.0 * qktest::TonePower(out[k], other, 48000.0))
                         << c.ini << " channel " << k << " against " << other;
                 }
             }
@@ -209,17 +175,17 @@ TEST_F(Ac3Source, HostileFilesGiveSilenceOrAFailureButNeverCrash) {
     };
     for (const Case &c : cases) {
         CSOURCE_AC3 source;
-        source.m_strFile = Write(c.name, c.bytes);
-        g_reports = 0;
+        source.m_strFile = files.Write(c.name, c.bytes);
+        reports.entries.clear();
         EXPECT_EQ(source._init(1024, 44100), c.init) << c.name;
-        EXPECT_EQ(g_reports, c.init == 0 ? 0 : 1) << c.name;
+        EXPECT_EQ(reports.entries.size(), c.init == 0 ? 0u : 1u) << c.name;
         play(source, 1024 * 50, 1024);  // past the end of every one of them
         EXPECT_EQ(source.m_iSource_Channels, 2) << c.name;
     }
     // The frames with bad CRCs are silence; the rest decodes as before.
     CSOURCE_AC3 good, bad;
     good.m_strFile = qktest::CodecFile("src44.ac3");
-    bad.m_strFile = Write("corrupt2.ac3", corrupt);
+    bad.m_strFile = files.Write("corrupt2.ac3", corrupt);
     const auto a = play(good, 1536 * 12, 1536);
     const auto b = play(bad, 1536 * 12, 1536);
     const auto frame = [](const std::vector<float> &x, int f) {

@@ -4,15 +4,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <vector>
 
-#include "platform/Report.h"
 #include "quendarik/CQKSDK.h"
 #include "sources/Mp3Decoder.h"
 #include "support/CodecFiles.h"
-#include "support/RiffBytes.h"
-#include "support/WaveWriter.h"
+#include "support/ReportRecorder.h"
+#include "support/ScratchFiles.h"
 
 namespace {
 constexpr int kRate = 44100;
@@ -31,34 +29,12 @@ std::vector<std::vector<float>> play(CSOURCE_MP3 &source, int frames, int block,
     return out;
 }
 
-int g_reports = 0;
-int countReports(unsigned long, const char *, const char *, int) {
-    ++g_reports;
-    return qk::kAnswerOk;
-}
-
 class Mp3Source : public testing::Test {
   protected:
-    void SetUp() override {
-        g_reports = 0;
-        qk::SetReportHandler(&countReports, 0);
-    }
-    void TearDown() override {
-        qk::SetReportHandler(nullptr, 0);
-        for (const auto &f : files) {
-            std::remove(f.c_str());
-        }
-    }
-    std::string Write(const std::string &name, const qktest::Bytes &bytes) {
-        const std::string path = qktest::ScratchPath(name);
-        qktest::WriteFileBytes(path, bytes);
-        files.push_back(path);
-        return path;
-    }
-    std::vector<std::string> files;
+    qktest::ReportRecorder reports{qk::kAnswerOk};
+    qktest::ScratchFiles files;
 };
 }  // namespace
-
 TEST_F(Mp3Source, DecodesLikeTheWaveItWasEncodedFromInTheIntegerScale) {
     const auto reference = qktest::WaveChannels(qktest::CodecFile("src44.wav"));
     ASSERT_EQ(reference.size(), 2u);
@@ -191,16 +167,16 @@ TEST_F(Mp3Source, HostileFilesAreRefusedOrPlayedButNeverCrash) {
         {"noise.mp3", noise, false},
     };
     for (const Case &c : cases) {
-        const std::string path = Write(c.name, c.bytes);
+        const std::string path = files.Write(c.name, c.bytes);
         CSOURCE_MP3 source;
         EXPECT_EQ(source.CheckFileName(path), c.decodes ? 0 : -1) << c.name;
         source.SetFile(path);
-        g_reports = 0;
+        reports.entries.clear();
         for (int i = 0; i < 20; ++i) {
             EXPECT_EQ(source._process_1P(nullptr, 4096, 16, 2, kRate), c.decodes ? 4096 : -1)
                 << c.name;
         }
-        EXPECT_EQ(g_reports, c.decodes ? 0 : 1) << c.name;
+        EXPECT_EQ(reports.entries.size(), c.decodes ? 0u : 1u) << c.name;
         char title[CSOURCE_MP3::kInfoTextLength];
         int ms = -1;
         source.GetFileInfo(nullptr, title, &ms);
@@ -212,11 +188,10 @@ TEST_F(Mp3Source, HostileFilesAreRefusedOrPlayedButNeverCrash) {
 TEST_F(Mp3Source, TheFacadeRefusesAFileThatIsThereButIsNotMpegAudio) {
     CQKSDK sdk;
     const std::string renamed =
-        Write("renamed.mp3", qktest::ReadFileBytes(qktest::CodecFile("src44.wav")));
+        files.Write("renamed.mp3", qktest::ReadFileBytes(qktest::CodecFile("src44.wav")));
     int id = 0;
-    g_reports = 0;
     EXPECT_EQ(sdk.qk_Ssrc_Add_File(id, renamed.c_str()), -1);
-    EXPECT_EQ(g_reports, 1);
+    EXPECT_EQ(reports.entries.size(), 1u);
     // A missing file is accepted as before, and told of when play opens it.
     EXPECT_EQ(sdk.qk_Ssrc_Add_File(id, qktest::ScratchPath("later.mp3").c_str()), 0);
     EXPECT_EQ(sdk.qk_Ssrc_Add_File(id, qktest::CodecFile("src44.mp3").c_str()), 0);

@@ -3,13 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
 #include <numeric>
 #include <vector>
 
-#include "platform/Report.h"
-#include "support/RiffBytes.h"
-#include "support/WaveWriter.h"
+#include "support/ReportRecorder.h"
+#include "support/ScratchFiles.h"
 
 namespace {
 // A mono ramp 1, 2, 3, ... of `frames` 16-bit samples.
@@ -21,18 +19,6 @@ std::vector<int> ramp(int frames, int start = 1) {
 
 class WaveSource : public testing::Test {
   protected:
-    std::string Make(const std::string &name, const std::vector<int> &samples, int channels,
-                     int rate, int bits = 16) {
-        const std::string path = qktest::ScratchPath(name);
-        EXPECT_TRUE(qktest::WriteWave(path, samples, channels, rate, bits));
-        files.push_back(path);
-        return path;
-    }
-    void TearDown() override {
-        for (const auto &f : files) {
-            std::remove(f.c_str());
-        }
-    }
     std::vector<float> Block(const CSOURCE &s, int count) const {
         return std::vector<float>(s.m_pfData.get(), s.m_pfData.get() + count);
     }
@@ -41,26 +27,26 @@ class WaveSource : public testing::Test {
         EXPECT_EQ(s._process_1P(nullptr, 4, 16, 2, 44100), 4);
         return Block(s, 4);
     }
-    std::vector<std::string> files;
+    qktest::ScratchFiles files;
 };
 }  // namespace
 
 TEST_F(WaveSource, StereoAndMonoBlocksComeOutPlanarInTheIntegerScale) {
     CSOURCE_WAVE stereo;
-    stereo.SetFile(Make("stereo.wav", {-32768, 10, 32767, 20, 5, 30, 6, 40}, 2, 44100));
+    stereo.SetFile(files.Wave("stereo.wav", {-32768, 10, 32767, 20, 5, 30, 6, 40}, 2, 44100));
     ASSERT_EQ(stereo._process_1P(nullptr, 4, 16, 2, 44100), 4);
     EXPECT_EQ(stereo.m_iSource_Channels, 2);
     EXPECT_EQ(Block(stereo, 8), (std::vector<float>{-32768, 32767, 5, 6, 10, 20, 30, 40}));
 
     CSOURCE_WAVE mono;
-    mono.SetFile(Make("mono8.wav", {0, 128, 255, 7}, 1, 44100, 8));
+    mono.SetFile(files.Wave("mono8.wav", {0, 128, 255, 7}, 1, 44100, 8));
     EXPECT_EQ(Next(mono), (std::vector<float>{0, 128, 255, 7}));  // no offset of 128
     EXPECT_EQ(mono.m_iSource_Channels, 1);
 }
 
 TEST_F(WaveSource, WrapsToTheStartAndOnlyTheLastReadIsConverted) {
     CSOURCE_WAVE wave;
-    wave.SetFile(Make("six.wav", ramp(6), 1, 44100));
+    wave.SetFile(files.Wave("six.wav", ramp(6), 1, 44100));
     EXPECT_EQ(Next(wave), (std::vector<float>{1, 2, 3, 4}));
     // Two frames remain, then the file starts again: the fresh frames 1, 2 land at the start
     // and the rest of the block keeps what it held.
@@ -70,20 +56,20 @@ TEST_F(WaveSource, WrapsToTheStartAndOnlyTheLastReadIsConverted) {
 
 TEST_F(WaveSource, AFileEndingExactlyOnABlockStartsAgainInsteadOfReadingForever) {
     CSOURCE_WAVE wave;
-    wave.SetFile(Make("eight.wav", ramp(8), 1, 44100));
+    wave.SetFile(files.Wave("eight.wav", ramp(8), 1, 44100));
     for (int block = 0; block < 2; ++block) {
         ASSERT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 4);
     }
     EXPECT_EQ(Next(wave), (std::vector<float>{1, 2, 3, 4}));
 
     CSOURCE_WAVE empty;  // nothing to play at all: silence, and the call returns
-    empty.SetFile(Make("empty.wav", {}, 1, 44100));
+    empty.SetFile(files.Wave("empty.wav", {}, 1, 44100));
     EXPECT_EQ(empty._process_1P(nullptr, 4, 16, 2, 44100), 4);
 }
 
 TEST_F(WaveSource, TheOffsetIsSkippedAtTheStartAndAtEachWrap) {
     CSOURCE_WAVE wave;
-    wave.SetFile(Make("offset.wav", ramp(10), 1, 44100));
+    wave.SetFile(files.Wave("offset.wav", ramp(10), 1, 44100));
     wave.SetVariable("Offset", "3");
     EXPECT_EQ(Next(wave), (std::vector<float>{4, 5, 6, 7}));
     // 8, 9, 10 remain; at the wrap the offset's frames are read to the start of the byte
@@ -94,7 +80,7 @@ TEST_F(WaveSource, TheOffsetIsSkippedAtTheStartAndAtEachWrap) {
     // An offset of three blocks: the wrap block holds as much of it as fits, and every pass
     // after the first goes on at the offset, never at the frames it skips.
     CSOURCE_WAVE longer;
-    longer.SetFile(Make("offset-long.wav", ramp(30), 1, 44100));
+    longer.SetFile(files.Wave("offset-long.wav", ramp(30), 1, 44100));
     longer.SetVariable("Offset", "12");
     for (int pass = 0; pass < 3; ++pass) {
         EXPECT_EQ(Next(longer), (std::vector<float>{13, 14, 15, 16}));
@@ -107,12 +93,12 @@ TEST_F(WaveSource, TheOffsetIsSkippedAtTheStartAndAtEachWrap) {
 
 TEST_F(WaveSource, OtherRatesAreZeroStuffedOrPlayedAsRead) {
     CSOURCE_WAVE slow;  // 22050 Hz: half a block is read, and the factor 0 changes nothing
-    slow.SetFile(Make("slow.wav", ramp(64), 1, 22050));
+    slow.SetFile(files.Wave("slow.wav", ramp(64), 1, 22050));
     EXPECT_EQ(slow._process_1P(nullptr, 8, 16, 2, 44100), 8);
     EXPECT_EQ(Block(slow, 4), (std::vector<float>{1, 2, 3, 4}));
 
     CSOURCE_WAVE fast;  // 88200 Hz: twice the frames, each followed by a zero
-    fast.SetFile(Make("fast.wav", ramp(64), 1, 88200));
+    fast.SetFile(files.Wave("fast.wav", ramp(64), 1, 88200));
     EXPECT_EQ(fast._process_1P(nullptr, 8, 16, 2, 44100), 32);
     EXPECT_EQ(Block(fast, 6), (std::vector<float>{1, 0, 2, 0, 3, 0}));
     EXPECT_EQ(fast.m_pfData[31], 0.0f);
@@ -120,7 +106,7 @@ TEST_F(WaveSource, OtherRatesAreZeroStuffedOrPlayedAsRead) {
 
 TEST_F(WaveSource, ADisabledSourceKeepsItsPlaceAndAnotherFileTakesOverAtTheNextBlock) {
     CSOURCE_WAVE wave;
-    wave.SetFile(Make("place.wav", ramp(100), 1, 44100));
+    wave.SetFile(files.Wave("place.wav", ramp(100), 1, 44100));
     wave._process_1P(nullptr, 4, 16, 2, 44100);
     wave.m_iEnable = 0;
     EXPECT_EQ(wave._process_1P(nullptr, 4, 16, 2, 44100), 0);
@@ -128,41 +114,29 @@ TEST_F(WaveSource, ADisabledSourceKeepsItsPlaceAndAnotherFileTakesOverAtTheNextB
     wave.m_fGain_dB = 20.0f;  // in decibels
     EXPECT_EQ(Next(wave), (std::vector<float>{50, 60, 70, 80}));
     wave.m_fGain_dB = 0.0f;
-    wave.SetFile(Make("second.wav", ramp(100, 500), 1, 44100));
+    wave.SetFile(files.Wave("second.wav", ramp(100, 500), 1, 44100));
     EXPECT_EQ(Next(wave), (std::vector<float>{500, 501, 502, 503}));
-    EXPECT_EQ(wave.CheckFileName(files[1]), 0);
+    EXPECT_EQ(wave.CheckFileName(files.paths[1]), 0);
     EXPECT_EQ(wave.CheckFileName(qktest::ScratchPath("none.wav")), -1);
 }
 
-namespace {
-int g_reports = 0;
-int countReports(unsigned long, const char *, const char *, int) {
-    ++g_reports;
-    return qk::kAnswerOk;
-}
-}  // namespace
-
 TEST_F(WaveSource, MissingForeignAndTruncatedFilesGiveMinusOneAndOneReport) {
-    qk::SetReportHandler(&countReports, 0);
-    g_reports = 0;
+    qktest::ReportRecorder reports(qk::kAnswerOk);
     CSOURCE_WAVE missing;
     missing.SetFile(qktest::ScratchPath("missing.wav"));
     for (int i = 0; i < 5; ++i) {
         EXPECT_EQ(missing._process_1P(nullptr, 4, 16, 2, 44100), -1);
     }
-    EXPECT_EQ(g_reports, 1);  // not once a block
+    EXPECT_EQ(reports.entries.size(), 1u);  // not once a block
 
-    const std::string foreign = qktest::ScratchPath("foreign.wav");
-    files.push_back(foreign);
     const std::string text = "ID3 this is not a wave file at all";
-    qktest::WriteFileBytes(foreign, qktest::Bytes(text.begin(), text.end()));
     CSOURCE_WAVE notWave;
-    notWave.SetFile(foreign);
+    notWave.SetFile(files.Write("foreign.wav", qktest::Bytes(text.begin(), text.end())));
     EXPECT_EQ(notWave._process_1P(nullptr, 4, 16, 2, 44100), -1);
-    EXPECT_EQ(g_reports, 2);
+    EXPECT_EQ(reports.entries.size(), 2u);
 
     // A header that promises more data than the file holds plays what is there.
-    const std::string cut = Make("cut.wav", ramp(50), 1, 44100);
+    const std::string cut = files.Wave("cut.wav", ramp(50), 1, 44100);
     qktest::Bytes bytes = qktest::ReadFileBytes(cut);
     bytes.resize(bytes.size() - 60);
     qktest::WriteFileBytes(cut, bytes);
@@ -171,7 +145,6 @@ TEST_F(WaveSource, MissingForeignAndTruncatedFilesGiveMinusOneAndOneReport) {
     for (int i = 0; i < 20; ++i) {
         EXPECT_EQ(truncated._process_1P(nullptr, 8, 16, 2, 44100), 8);
     }
-    qk::SetReportHandler(nullptr, 0);
 }
 
 namespace {
@@ -225,7 +198,7 @@ TEST_F(WaveSource, AFileAtAnotherRateIsConvertedWhenAskedAndOtherwiseStuffed) {
         tone[i] =
             static_cast<int>(std::lround(16000.0 * std::sin(2.0 * kPi * 440.0 * i / 48000.0)));
     }
-    const std::string path = Make("tone48.wav", tone, 1, 48000);
+    const std::string path = files.Wave("tone48.wav", tone, 1, 48000);
 
     CSOURCE_WAVE converted;
     converted.SetFile(path);

@@ -8,17 +8,11 @@
 
 #include "sources/CSOURCE_GAUSS.h"
 #include "sources/CSOURCE_WAVE.h"
+#include "support/ArchiveBytes.h"
 
 namespace {
 // Relative single-precision rounding of a scaled block maximum.
 constexpr float kFloatRounding = 1e-6f;
-
-std::vector<uint8_t> store(qk::CObject &object) {
-    qk::CMemoryStream out;
-    qk::CArchive ar(out, qk::CArchive::store);
-    object.Serialize(ar);
-    return out.Bytes();
-}
 
 std::vector<float> block(const CSSS &s, int n) {
     return std::vector<float>(s.m_pfData.get(), s.m_pfData.get() + n);
@@ -180,19 +174,17 @@ TEST(CSOURCE, ArchiveFormKeepsIdEnableAndNamesButNoiseStoresNothing) {
     wave.m_strName = "voice";
     wave.m_strFile = "/tmp/voice.wav";
     wave.m_iEnable = 0;
-    const auto bytes = store(wave);
+    const auto bytes = qktest::StoreBytes(wave);
     // CSSS: version, id, enable, two strings; then one version each for the three levels.
     EXPECT_EQ(bytes.size(), 4u + 4 + 4 + 1 + 5 + 1 + 14 + 4 + 4 + 4);
 
     CSOURCE_WAVE back;
-    qk::CMemoryStream in(bytes.data(), bytes.size());
-    qk::CArchive ar(in, qk::CArchive::load);
-    back.Serialize(ar);
+    qktest::LoadBytes(back, bytes);
     EXPECT_EQ(back.m_iID, wave.m_iID);
     EXPECT_EQ(back.m_iEnable, 0);
     EXPECT_EQ(back.m_strName, "voice");
     EXPECT_EQ(back.m_strFile, "/tmp/voice.wav");
 
     CSOURCE_GAUSS noise;
-    EXPECT_TRUE(store(noise).empty());
+    EXPECT_TRUE(qktest::StoreBytes(noise).empty());
 }

@@ -8,14 +8,11 @@
 #include <vector>
 
 #include "support/RiffBytes.h"
+#include "support/WaveWriter.h"
 
 using qktest::Bytes;
 
 namespace {
-std::string tempPath(const std::string &name) {
-    return testing::TempDir() + "qk_wave_" + name;
-}
-
 // Writes the bytes through the layer as one data chunk, in pieces of the given size.
 void writeWave(const std::string &path, const WAVEFORMATEX &format, const Bytes &data, size_t piece,
                uint32_t samples) {
@@ -103,7 +100,7 @@ Bytes pattern(size_t n) {
 
 TEST(WaveFile, WrittenFileHasTheRiffLayoutAndReadsBack) {
     // An odd length that crosses the file buffer twice.
-    const std::string path = tempPath("layout.wav");
+    const std::string path = qktest::ScratchPath("layout.wav");
     const Bytes data = pattern(20001);
     writeWave(path, WAVEFORMATEX{WAVE_FORMAT_PCM, 2, 44100, 176400, 4, 16, 0}, data, 3000, 1234);
 
@@ -134,7 +131,7 @@ TEST(WaveFile, WrittenFileHasTheRiffLayoutAndReadsBack) {
 }
 
 TEST(WaveFile, ReadsAFileMadeByAnotherProgram) {
-    const std::string path = tempPath("sox.wav");
+    const std::string path = qktest::ScratchPath("sox.wav");
     if (std::system(("sox -q -r 8000 -n -c 2 -b 16 -e signed-integer " + path +
                      " synth 80s sine 440 2>/dev/null")
                         .c_str()) != 0) {
@@ -177,12 +174,12 @@ TEST(WaveFile, BrokenAndForeignFilesGiveTheirCodesWithoutLeaking) {
     const int filesBefore = qktest::OpenFileCount();
     for (const Case &c : cases) {
         EXPECT_EQ(readMemory(c.bytes).openResult, c.code) << c.name << " (memory)";
-        const std::string path = tempPath("broken.wav");
+        const std::string path = qktest::ScratchPath("broken.wav");
         qktest::WriteFileBytes(path, c.bytes);
         EXPECT_EQ(readBack(path).openResult, c.code) << c.name << " (file)";
         std::remove(path.c_str());
     }
-    EXPECT_EQ(readBack(tempPath("does-not-exist.wav")).openResult, ER_CANNOTOPEN);
+    EXPECT_EQ(readBack(qktest::ScratchPath("does-not-exist.wav")).openResult, ER_CANNOTOPEN);
     EXPECT_EQ(qktest::OpenFileCount(), filesBefore);
 }
 

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include "platform/Archive.h"
-#include "platform/Report.h"
 
 namespace qktest {
 
@@ -37,40 +36,33 @@ std::unique_ptr<CHELPER_HRTF> MakeSet(int iMeasurements, int iTaps, const char *
     return set;
 }
 
-void FillLookup(CHELPER_HRTF &set, int m) {
-    set.m_aiLookup.assign(CHELPER_HRTF::kDirections, m);
+void ExpectSameSet(const CHELPER_HRTF &a, const CHELPER_HRTF &b, bool bSamples) {
+    EXPECT_EQ(a.m_fVersion, b.m_fVersion);
+    EXPECT_STREQ(a.m_szDescription, b.m_szDescription);
+    EXPECT_STREQ(a.m_szEars, b.m_szEars);
+    EXPECT_STREQ(a.m_szDataType, b.m_szDataType);
+    EXPECT_EQ(a.m_iChannels, b.m_iChannels);
+    EXPECT_EQ(a.m_iFileRate, b.m_iFileRate);
+    EXPECT_EQ(a.m_iFileTaps, b.m_iFileTaps);
+    EXPECT_EQ(a.m_iMeasurements, b.m_iMeasurements);
+    EXPECT_EQ(a.m_aiTableA, b.m_aiTableA);
+    EXPECT_EQ(a.m_aiLookup, b.m_aiLookup);
+    ASSERT_EQ(a.DataLength(), b.DataLength());
+    if (bSamples) {
+        EXPECT_EQ(std::memcmp(a.m_pfData.get(), b.m_pfData.get(),
+                              sizeof(float) * static_cast<size_t>(a.DataLength())),
+                  0);
+    }
 }
 
-std::string TempPath(const std::string &name) {
-    return testing::TempDir() + "qk" + std::to_string(getpid()) + "_" + name;
+void FillLookup(CHELPER_HRTF &set, int m) {
+    set.m_aiLookup.assign(CHELPER_HRTF::kDirections, m);
 }
 
 std::vector<uint8_t> StoreToBytes(CHELPER_HRTF &set) {
     qk::CMemoryStream out;
     set.Write(out);
     return out.Bytes();
-}
-
-namespace {
-ReportCatcher *g_pCatcher = nullptr;
-
-int catchReport(unsigned long, const char *text, const char *caption, int) {
-    if (g_pCatcher != nullptr) {
-        g_pCatcher->texts.emplace_back(text);
-        g_pCatcher->captions.emplace_back(caption);
-    }
-    return qk::kAnswerNo;
-}
-}  // namespace
-
-ReportCatcher::ReportCatcher() {
-    g_pCatcher = this;
-    qk::SetReportHandler(&catchReport, 0);
-}
-
-ReportCatcher::~ReportCatcher() {
-    qk::SetReportHandler(nullptr, 0);
-    g_pCatcher = nullptr;
 }
 
 }  // namespace qktest

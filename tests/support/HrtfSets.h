@@ -1,4 +1,4 @@
-// Small HRTF sets made in memory, and a catcher for the texts the library reports.
+// Small HRTF sets made in memory.
 #pragma once
 
 #include <memory>
@@ -16,25 +16,30 @@ std::unique_ptr<CHELPER_HRTF> MakeSet(int iMeasurements, int iTaps, const char *
                                       const char *pcDataType = "32f");
 float Code(int iSlot, int iTap);
 
+// The same header, tables and (unless told otherwise) samples, to the bit.
+void ExpectSameSet(const CHELPER_HRTF &a, const CHELPER_HRTF &b, bool bSamples = true);
+
 // Points every direction of the lookup table at measurement m.
 void FillLookup(CHELPER_HRTF &set, int m);
 
-// A scratch file name of this process (so that builds testing at once don't meet).
-std::string TempPath(const std::string &name);
+// Owns the arrays a lookup or a response call hands out, and passes them back in as the
+// callers do.
+struct Responses {
+    ~Responses() {
+        ippsFree(left);
+        ippsFree(right);
+        ippsFree(mono);
+    }
+    float *left = nullptr;
+    float *right = nullptr;
+    float *mono = nullptr;
+    int length = 0;
+    int monoLength = 0;
+    float peakLeft = 0.0f;
+    float peakRight = 0.0f;
+};
 
 // The bytes of a stored set.
 std::vector<uint8_t> StoreToBytes(CHELPER_HRTF &set);
-
-// Collects every text reported while it lives; without it, texts go to standard error.
-class ReportCatcher {
-  public:
-    ReportCatcher();
-    ~ReportCatcher();
-    ReportCatcher(const ReportCatcher &) = delete;
-    ReportCatcher &operator=(const ReportCatcher &) = delete;
-
-    std::vector<std::string> texts;
-    std::vector<std::string> captions;
-};
 
 }  // namespace qktest

@@ -24,6 +24,23 @@ class ReportRecorder {
 
     std::vector<Entry> entries;
 
+    std::vector<std::string> Texts() const {
+        std::vector<std::string> texts;
+        for (const Entry &e : entries) {
+            texts.push_back(e.text);
+        }
+        return texts;
+    }
+    // Whether any text so far holds the part.
+    bool Told(const std::string &part) const {
+        for (const Entry &e : entries) {
+            if (e.text.find(part) != std::string::npos) {
+                return true;
+            }
+        }
+        return false;
+    }
+
   private:
     static int Record(unsigned long user, const char *text, const char *caption, int severity) {
         auto *self = reinterpret_cast<ReportRecorder *>(user);

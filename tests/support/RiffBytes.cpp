@@ -1,5 +1,6 @@
 #include "support/RiffBytes.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -75,6 +76,21 @@ Bytes RiffWave(const Bytes &chunks, int64_t size) {
     out.insert(out.end(), {'W', 'A', 'V', 'E'});
     out.insert(out.end(), chunks.begin(), chunks.end());
     return out;
+}
+
+std::pair<double, double> StereoEnergies(const std::string &path) {
+    const Bytes bytes = ReadFileBytes(path);
+    double sum[2] = {0.0, 0.0};
+    for (const RawChunk &c : ChunksOf(bytes)) {
+        const size_t end = std::min<size_t>(bytes.size(), c.dataOffset + c.size);
+        for (size_t at = c.dataOffset; c.id == "data" && at + 4 <= end; at += 4) {
+            for (size_t ch = 0; ch < 2; ++ch) {
+                const double v = static_cast<int16_t>(LE16(bytes, at + 2 * ch));
+                sum[ch] += v * v;
+            }
+        }
+    }
+    return {sum[0], sum[1]};
 }
 
 int OpenFileCount() {

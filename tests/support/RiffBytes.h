@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qktest {
@@ -30,6 +31,9 @@ void AppendChunk(Bytes &out, const std::string &id, const Bytes &payload, int64_
 Bytes PcmFormat(int channels, int rate, int bits);
 // "RIFF" size "WAVE" followed by the given chunks' bytes (size computed unless given).
 Bytes RiffWave(const Bytes &chunks, int64_t size = -1);
+
+// The sums of squares of the two channels of a 16-bit stereo wave file.
+std::pair<double, double> StereoEnergies(const std::string &path);
 
 // Open file descriptors of this process, for checks that nothing leaks.
 int OpenFileCount();

@@ -13,8 +13,8 @@
 #include "quendarik/CQKSDK.h"
 #include "support/CodecFiles.h"
 #include "support/HrtfSets.h"
-#include "support/ScopedCommonRoot.h"
 #include "support/ScopedSettingsDir.h"
+#include "support/WaveWriter.h"
 
 #ifdef QK_TEST_CLI
 namespace {
@@ -32,7 +32,7 @@ TEST(ResponseSetTool, GridOfResponsesPlayedBackByAProject) {
     }
     qktest::ScopedCommonRoot root("response_set_tool");
     qktest::ScopedSettingsDir settings("response_set_tool");
-    const std::string folder = qktest::TempPath("tool_set");
+    const std::string folder = qktest::ScratchPath("tool_set");
     fs::remove_all(folder);
     ASSERT_EQ(run("precompute --room 5 5 3 --listener-grid -0.5:0.5:0.5 0:0:1 1.2 --source 1 2 "
                   "1.2 --source -1 1 1.5 --out " +
@@ -50,8 +50,8 @@ TEST(ResponseSetTool, GridOfResponsesPlayedBackByAProject) {
         EXPECT_EQ(entry.path().extension(), ".wav") << "no temporary file is left";
     }
 
-    const std::string project = qktest::TempPath("tool.qkproject");
-    const std::string out = qktest::TempPath("tool_project.wav");
+    const std::string project = qktest::ScratchPath("tool.qkproject");
+    const std::string out = qktest::ScratchPath("tool_project.wav");
     {
         CQKSDK sdk;
         int sound = 0, source = 0;

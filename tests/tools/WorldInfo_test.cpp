@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <string>
 
-#include "support/ScopedCommonRoot.h"
+#include "support/ScopedSettingsDir.h"
 
 #ifdef QK_TEST_CLI
 namespace {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "support/HrtfSets.h"
+#include "support/ReportRecorder.h"
 
 namespace {
 struct Result {
@@ -123,9 +124,9 @@ TEST(CHELPER_FormulaParser, DeepNestingIsRefusedNotFollowed) {
 }
 
 TEST(CHELPER_FormulaParser, FunctionConstantsOutsideOneToNineAreAProgramError) {
-    qktest::ReportCatcher reports;
+    qktest::ReportRecorder reports;
     CHELPER_FormulaParser parser;
     parser.SetFunctConst(9, 1.0);
     parser.SetFunctConst(10, 1.0);
-    EXPECT_EQ(reports.texts, (std::vector<std::string>{"ProgrammError in SetFunctConst()"}));
+    EXPECT_EQ(reports.Texts(), (std::vector<std::string>{"ProgrammError in SetFunctConst()"}));
 }

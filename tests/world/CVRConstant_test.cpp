@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/Archive.h"
+#include "support/ArchiveBytes.h"
 #include "world/CDSC_World.h"
 
 namespace {
@@ -104,21 +104,15 @@ TEST(CVRConstant, UpdateByName) {
 TEST(CVRConstant, ArchiveForm) {
     CVRConstant c(nullptr, "width", "4,5", "room width", 0);
     c.m_fValue = 4.5f;
-    qk::CMemoryStream out;
-    qk::CArchive store(out, qk::CArchive::store);
-    c.Serialize(store);
+    std::vector<uint8_t> bytes = qktest::StoreBytes(c);
     // version, three counted strings around the value, the flag
-    EXPECT_EQ(out.Bytes().size(), 4u + 6u + 4u + 4u + 11u + 4u);
-
-    qk::CMemoryStream in(out.Bytes().data(), out.Bytes().size());
-    qk::CArchive load(in, qk::CArchive::load);
+    EXPECT_EQ(bytes.size(), 4u + 6u + 4u + 4u + 11u + 4u);
     CVRConstant back;
-    back.Serialize(load);
+    qktest::LoadBytes(back, bytes);
     EXPECT_EQ(back.m_strValue, "4,5");
     EXPECT_EQ(back.m_fValue, 4.5f);
 
-    qk::CMemoryStream cut(out.Bytes().data(), out.Bytes().size() - 1);
-    qk::CArchive truncated(cut, qk::CArchive::load);
+    bytes.pop_back();
     CVRConstant partial;
-    EXPECT_THROW(partial.Serialize(truncated), qk::CArchiveException);
+    EXPECT_THROW(qktest::LoadBytes(partial, bytes), qk::CArchiveException);
 }

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/Archive.h"
+#include "support/ArchiveBytes.h"
 #include "world/CDSC_World.h"
 
 namespace {
@@ -110,15 +110,10 @@ TEST(CVRPoint, ArchiveFormLeavesTheFunctionOut) {
     p.m_iWorldID = 112;
     p.m_strFunction = "lock(1 2 3)";
     p.x = 5.0f;
-    qk::CMemoryStream out;
-    qk::CArchive store(out, qk::CArchive::store);
-    p.Serialize(store);
+    const std::vector<uint8_t> bytes = qktest::StoreBytes(p);
     // two versions, two ids, three counted strings
-    EXPECT_EQ(out.Bytes().size(), 4u + 4u + 4u + 4u + 2u + 5u + 4u);
-
-    qk::CMemoryStream in(out.Bytes().data(), out.Bytes().size());
-    qk::CArchive load(in, qk::CArchive::load);
+    EXPECT_EQ(bytes.size(), 4u + 4u + 4u + 4u + 2u + 5u + 4u);
     CVRPoint back;
-    back.Serialize(load);
+    qktest::LoadBytes(back, bytes);
     EXPECT_EQ(back.m_strZ, "w/2");
 }

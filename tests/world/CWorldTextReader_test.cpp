@@ -5,9 +5,10 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/Archive.h"
+#include "support/ArchiveBytes.h"
 #include "support/ReportRecorder.h"
-#include "support/ScopedCommonRoot.h"
+#include "support/ScopedSettingsDir.h"
+#include "support/Worlds.h"
 #include "world/CDSC_World.h"
 #include "world/MaterialTables.h"
 
@@ -42,46 +43,6 @@ class WorldText : public testing::Test {
     std::unique_ptr<CDSC_World> world;
 };
 }  // namespace
-
-TEST_F(WorldText, TheSmallRoomReadsIntoTheWorldItDescribes) {
-    const std::string path = Write("small.txt",
-                                   "; small room\n"
-                                   "GLOBAL w = 4 ; width\n"
-                                   "GLOBAL h = w/2 ; height\n"
-                                   "FROMBACK\n"
-                                   "CORNERS\n"
-                                   "1 0 0 0\n"
-                                   "2 w 0 0\n"
-                                   "3 w w 0\n"
-                                   "4 0 w h\n"
-                                   "PLANES\n"
-                                   "[ 1 x / 1 2 3 4 / abs_floor ] floor.bmp ; floor\n");
-    CDSC_Scene::Import(world.get(), path, "main gd", 1);
-    ASSERT_EQ(world->m_Scenes.size(), 1u);
-    const CDSC_Scene &scene = *world->m_Scenes[0];
-    EXPECT_EQ(scene.m_strName, "small.txt");
-    EXPECT_EQ(scene.m_strFolder, root.Path());
-    EXPECT_EQ(scene.m_strDescription, "main gd");
-    ASSERT_EQ(world->m_Constants.size(), 2u);
-    EXPECT_EQ(Constant(0)->m_strName, "w");
-    EXPECT_EQ(Constant(0)->m_strValue, "4");
-    EXPECT_EQ(Constant(0)->m_strDescription, "width");
-    EXPECT_EQ(Constant(1)->m_strValue, "w/2");
-    ASSERT_EQ(scene.m_Points.size(), 4u);
-    EXPECT_EQ(scene.m_Points[1]->m_strX, "w");
-    ASSERT_EQ(scene.m_Planes.size(), 1u);
-    const CVRPlane &plane = *scene.m_Planes[0];
-    EXPECT_EQ(plane.m_iID, 1);
-    EXPECT_EQ(plane.m_strMaterial, "abs_floor");
-    EXPECT_EQ(plane.m_strImage, "floor.bmp");
-    EXPECT_EQ(plane.m_PointIDs, (std::vector<std::string>{"1", "2", "3", "4"}));
-
-    ASSERT_EQ(world->Generate(), 0);
-    EXPECT_FLOAT_EQ(Constant(1)->m_fValue, 2.0f);
-    const CVRPoint &corner = *scene.m_Points[3];
-    EXPECT_FLOAT_EQ(corner.y, 4.0f);
-    EXPECT_FLOAT_EQ(corner.z, 2.0f);
-}
 
 TEST_F(WorldText, LinesAndWhatTheyMake) {
     struct Case {
@@ -288,6 +249,10 @@ TEST_F(WorldText, EveryKeywordWithIncludesReadsAndItsArchiveGeneratesTheSamePlan
     ASSERT_EQ(world->m_Scenes.size(), 2u);
     ASSERT_EQ(world->m_Constants.size(), 4u);
     const CDSC_Scene &first = *world->m_Scenes[0];
+    EXPECT_EQ(first.m_strName, "main.txt");
+    EXPECT_EQ(first.m_strFolder, root.Path() + "/every");
+    EXPECT_EQ(first.m_strDescription, "main gd");
+    EXPECT_EQ(Constant(0)->m_strDescription, "width");
     EXPECT_EQ(first.m_iObject, 1);
     EXPECT_EQ(first.m_iMirror, 1);
     EXPECT_EQ(first.m_iOffsetPlanesBy, 10);
@@ -295,31 +260,16 @@ TEST_F(WorldText, EveryKeywordWithIncludesReadsAndItsArchiveGeneratesTheSamePlan
     EXPECT_EQ(world->m_Scenes[1]->m_iOffsetCornersBy, 100);
     ASSERT_EQ(world->Generate(), 0);
     ASSERT_EQ(world->m_Planes.size(), 7u);
+    EXPECT_FLOAT_EQ(Constant(3)->m_fValue, 2.0f);                  // half = w/2
     EXPECT_EQ(world->m_Planes[5]->GetSize(), 3);                   // the sub-plane, a triangle
     EXPECT_EQ(world->m_Planes[4]->m_Material.m_fCoeff[0], 15.0f);  // Wood
     // Cell centres at z = 0.5, 1.5 and 2.5, the last on the ceiling, which counts as inside.
     EXPECT_FLOAT_EQ(world->m_fVolume, 36.0f);
 
-    qk::CMemoryStream bytes;
-    qk::CArchive store(bytes, qk::CArchive::store);
-    world->Serialize(store);
     CDSC_World copy;
     copy.m_pCode4 = &code;
-    qk::CMemoryStream in(bytes.Bytes().data(), bytes.Bytes().size());
-    qk::CArchive load(in, qk::CArchive::load);
-    copy.Serialize(load);
-    ASSERT_EQ(copy.m_Planes.size(), world->m_Planes.size());
-    for (size_t i = 0; i < copy.m_Planes.size(); ++i) {
-        const CVRPlane &a = *world->m_Planes[i];
-        const CVRPlane &b = *copy.m_Planes[i];
-        EXPECT_EQ(a.m_strPointIDs, b.m_strPointIDs) << i;
-        EXPECT_EQ(a.m_strMaterial, b.m_strMaterial) << i;
-        ASSERT_EQ(a.GetSize(), b.GetSize()) << i;
-        for (int k = 0; k < a.GetSize(); ++k) {
-            EXPECT_EQ(a.Point(k) == b.Point(k), 1) << i << " " << k;
-        }
-        EXPECT_FLOAT_EQ(a.D, b.D) << i;
-    }
+    qktest::LoadBytes(copy, qktest::StoreBytes(*world));
+    qktest::ExpectSamePlanes(*world, copy);
     EXPECT_FLOAT_EQ(copy.m_fVolume, 36.0f);
     EXPECT_EQ(copy.m_Scenes[1]->m_strName, "walls.txt");
 }

@@ -3,9 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/Archive.h"
+#include "support/ArchiveBytes.h"
 #include "support/ReportRecorder.h"
-#include "support/ScopedCommonRoot.h"
+#include "support/ScopedSettingsDir.h"
+#include "support/Worlds.h"
 #include "world/CDSC_World.h"
 
 namespace {
@@ -21,17 +22,9 @@ class Rooms : public testing::Test {
         EXPECT_EQ(world->FindVRPointFromWorldList(std::to_string(worldID), p), 1) << worldID;
         return p;
     }
-    static std::vector<uint8_t> Store(CDSC_World &w) {
-        qk::CMemoryStream bytes;
-        qk::CArchive ar(bytes, qk::CArchive::store);
-        w.Serialize(ar);
-        return bytes.Bytes();
-    }
     void Load(CDSC_World &w, const std::vector<uint8_t> &bytes) {
-        qk::CMemoryStream in(bytes.data(), bytes.size());
-        qk::CArchive ar(in, qk::CArchive::load);
         w.m_pCode4 = &code;
-        w.Serialize(ar);
+        qktest::LoadBytes(w, bytes);
     }
 
     qktest::ScopedCommonRoot root;
@@ -191,33 +184,22 @@ TEST_F(Rooms, AStoredWorldReadBackGeneratesTheSamePlanes) {
     world->m_Scenes[0]->m_iOffsetCornersBy = 100;
     world->m_fScaleY = 2.0f;
     ASSERT_EQ(world->Generate(), 0);
-    const std::vector<uint8_t> bytes = Store(*world);
+    const std::vector<uint8_t> bytes = qktest::StoreBytes(*world);
 
     CDSC_World copy;
     Load(copy, bytes);
-    ASSERT_EQ(copy.m_Planes.size(), world->m_Planes.size());
-    for (size_t i = 0; i < copy.m_Planes.size(); ++i) {
-        const CVRPlane &a = *world->m_Planes[i];
-        const CVRPlane &b = *copy.m_Planes[i];
-        EXPECT_EQ(a.m_strName, b.m_strName);
-        EXPECT_EQ(a.m_strMaterial, b.m_strMaterial);
-        ASSERT_EQ(a.GetSize(), b.GetSize());
-        for (int k = 0; k < a.GetSize(); ++k) {
-            EXPECT_EQ(a.Point(k) == b.Point(k), 1) << i << " " << k;
-        }
-        EXPECT_EQ(b.m_Material.m_fCoeff[1], a.m_Material.m_fCoeff[1]);
-    }
+    qktest::ExpectSamePlanes(*world, copy);
     EXPECT_EQ(copy.m_Scenes[0]->m_iObject, 1);
     EXPECT_EQ(copy.m_Scenes[0]->m_iOffsetCornersBy, 100);
     EXPECT_EQ(copy.m_Scenes[0]->m_pWorld, &copy);
     EXPECT_FLOAT_EQ(copy.m_fScaleY, 2.0f);
     EXPECT_FLOAT_EQ(copy.m_fVolume, world->m_fVolume);
-    EXPECT_EQ(Store(copy), bytes);
+    EXPECT_EQ(qktest::StoreBytes(copy), bytes);
 }
 
 TEST_F(Rooms, AnArchiveThatCantBeReadLeavesTheWorldAsItWas) {
     CWorld_Utils::Generate_ShoeBox(world.get(), "4", "5", "3");
-    std::vector<uint8_t> bytes = Store(*world);
+    std::vector<uint8_t> bytes = qktest::StoreBytes(*world);
     CDSC_World other;
     other.m_pCode4 = &code;
     CWorld_Utils::Generate_ShoeBox(&other, "2", "2", "2");

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <memory>
 
-#include "support/ScopedCommonRoot.h"
+#include "support/ScopedSettingsDir.h"
 #include "world/MaterialTables.h"
 
 using namespace qk::table;
@@ -26,7 +26,6 @@ class TableFiles : public testing::Test {
     TableFiles() : root("tables") { code4initLow(&code); }
     ~TableFiles() override { code4initUndo(&code); }
 
-    std::string Path(const std::string &name) const { return root.Path() + "/" + name; }
     void Create(const std::string &path) {
         Table made(d4create(&code, path, MaterialTables::MaterialFields(),
                             MaterialTables::MaterialTags()));
@@ -44,7 +43,7 @@ class TableFiles : public testing::Test {
 }  // namespace
 
 TEST_F(TableFiles, RowsWrittenAreADbaseFileAndAreFoundByTheirKeys) {
-    const std::string path = Path("materials");
+    const std::string path = root.File("materials");
     Create(path);
     ASSERT_EQ(MaterialTables::AddMaterial(code, path, 7, "Brick", "Walls", "b.bmp", kFlat), 0);
     ASSERT_EQ(MaterialTables::AddMaterial(code, path, 3, "abs_floor", "None", "f.bmp", kFlat), 0);
@@ -93,7 +92,7 @@ TEST_F(TableFiles, RowsWrittenAreADbaseFileAndAreFoundByTheirKeys) {
 }
 
 TEST_F(TableFiles, RowsAddedByAnotherDbaseWriterAreFoundThoughTheIndexFileIsOld) {
-    const std::string path = Path("materials");
+    const std::string path = root.File("materials");
     Create(path);
     ASSERT_EQ(MaterialTables::AddMaterial(code, path, 1, "Wood", "None", "w.bmp", kFlat), 0);
     DBFHandle dbf = DBFOpen((path + ".dbf").c_str(), "rb+");
@@ -109,7 +108,7 @@ TEST_F(TableFiles, RowsAddedByAnotherDbaseWriterAreFoundThoughTheIndexFileIsOld)
 }
 
 TEST_F(TableFiles, ForeignAndBrokenFilesAreRefusedWithACode) {
-    const std::string good = Path("good");
+    const std::string good = root.File("good");
     Create(good);
     ASSERT_EQ(MaterialTables::AddMaterial(code, good, 1, "Wood", "None", "w.bmp", kFlat), 0);
     std::ifstream in(good + ".dbf", std::ios::binary);
@@ -136,7 +135,7 @@ TEST_F(TableFiles, ForeignAndBrokenFilesAreRefusedWithACode) {
         {"index of another kind", bytes, "not an index", e4index},
     };
     for (const Case &c : cases) {
-        const std::string path = Path("bad");
+        const std::string path = root.File("bad");
         std::ofstream(path + ".dbf", std::ios::binary) << c.dbf;
         fs::remove(path + ".cdx");
         if (!c.cdx.empty()) {
@@ -146,24 +145,25 @@ TEST_F(TableFiles, ForeignAndBrokenFilesAreRefusedWithACode) {
         EXPECT_FALSE(table) << c.name;
         EXPECT_EQ(code.errorCode, c.code) << c.name;
     }
-    EXPECT_FALSE(Table(d4open(&code, Path("absent"))));
+    EXPECT_FALSE(Table(d4open(&code, root.File("absent"))));
     EXPECT_EQ(code.errorCode, e4open);
 }
 
 TEST_F(TableFiles, AFailedCreateLeavesTheTableThatWasThere) {
-    const std::string path = Path("materials");
+    const std::string path = root.File("materials");
     Create(path);
     ASSERT_EQ(MaterialTables::AddMaterial(code, path, 1, "Wood", "None", "w.bmp", kFlat), 0);
     const std::vector<FIELD4INFO> badFields = {{"A_NAME_TOO_LONG", 'C', 10, 0}};
     EXPECT_FALSE(Table(d4create(&code, path, badFields, {})));
     EXPECT_EQ(code.errorCode, e4fieldName);
     const std::vector<TAG4INFO> badTags = {{"X", "SUBSTR(MATERIAL,1,2)"}};
-    EXPECT_FALSE(Table(d4create(&code, Path("other"), MaterialTables::MaterialFields(), badTags)));
+    EXPECT_FALSE(
+        Table(d4create(&code, root.File("other"), MaterialTables::MaterialFields(), badTags)));
     EXPECT_EQ(Names(path), std::vector<std::string>{"Wood"});
 }
 
 TEST_F(TableFiles, EnsureTableTellsWhichFilesWereThere) {
-    const std::string path = Path("materials");
+    const std::string path = root.File("materials");
     auto ensure = [&] {
         return MaterialTables::EnsureTable(code, path, MaterialTables::MaterialFields(),
                                            MaterialTables::MaterialTags());
