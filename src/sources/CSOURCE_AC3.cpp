@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "platform/Paths.h"
-#include "platform/Report.h"
 
 QK_IMPLEMENT_SERIAL(CSOURCE_AC3)
 
@@ -53,13 +52,6 @@ CSOURCE_AC3::~CSOURCE_AC3() = default;
 void CSOURCE_AC3::Serialize(qk::CArchive &ar) {
     CSOURCE_FILE::Serialize(ar);
     qk::SerializeVersion(ar);
-}
-
-void CSOURCE_AC3::Fail(const std::string &strWhat) {
-    if (m_strReported != m_strFile) {
-        m_strReported = m_strFile;
-        qk::Report(m_strFile + ": " + strWhat, "Quendarik", qk::Severity::Error);
-    }
 }
 
 int CSOURCE_AC3::_init(int, int) {

@@ -1,5 +1,7 @@
 #include "sources/CSOURCE_FILE.h"
 
+#include "platform/Report.h"
+
 QK_IMPLEMENT_SERIAL(CSOURCE_FILE)
 
 void CSOURCE_FILE::Serialize(qk::CArchive &ar) {
@@ -8,6 +10,13 @@ void CSOURCE_FILE::Serialize(qk::CArchive &ar) {
 }
 
 void CSOURCE_FILE::GetFileInfo(char *, char *, int *) {}
+
+void CSOURCE_FILE::Fail(const std::string &strWhat) {
+    if (m_strReported != m_strFile) {
+        m_strReported = m_strFile;
+        qk::Report(m_strFile + ": " + strWhat, "Quendarik", qk::Severity::Error);
+    }
+}
 
 void CSOURCE_FILE::SetFile(const std::string &strFile) {
     std::lock_guard<std::mutex> guard(m_csFileRequest);

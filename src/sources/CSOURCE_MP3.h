@@ -74,7 +74,6 @@ class CSOURCE_MP3 : public CSOURCE_FILE {
     // can't be reached.
     bool FillConverted(int iLength, int iSampleRate);
     void ResetConverter();
-    void Fail(const std::string &strWhat);
 
     std::vector<int16_t> m_pbInput;  // decoded frames, interleaved
     std::vector<float> m_pbOutput;   // converted frames, interleaved
@@ -88,5 +87,4 @@ class CSOURCE_MP3 : public CSOURCE_FILE {
     std::vector<float> m_pending;  // decoded frames, interleaved floats, not yet converted
     int m_iPendingAt = 0;
     int m_iPendingFrames = 0;
-    std::string m_strReported;  // the file whose failure was last reported
 };
