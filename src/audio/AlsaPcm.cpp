@@ -73,4 +73,17 @@ std::vector<std::string> AlsaPcmNames(const char *pszDirection) {
     return names;
 }
 
+std::string AlsaPcmName(int iDevice, const char *pszVariable, const char *pszDirection) {
+    if (iDevice == -1) {
+        const char *name = std::getenv(pszVariable);
+        return name != nullptr && *name != '\0' ? name : "default";
+    }
+    if (iDevice < 0) {
+        return std::string();
+    }
+    const std::vector<std::string> names = AlsaPcmNames(pszDirection);
+    return static_cast<size_t>(iDevice) < names.size() ? names[static_cast<size_t>(iDevice)]
+                                                       : std::string();
+}
+
 }  // namespace qk

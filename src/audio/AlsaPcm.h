@@ -20,5 +20,8 @@ int OpenAlsaPcm(snd_pcm_t *&pcm, const std::string &strName, snd_pcm_stream_t st
 // The names of the PCMs ALSA lists for pszDirection ("Input" or "Output"), in ALSA's order;
 // those that do not say which way they go count for both.
 std::vector<std::string> AlsaPcmNames(const char *pszDirection);
+// The PCM a device number stands for: -1 the one named by the environment variable
+// pszVariable, else "default"; 0..n-1 those AlsaPcmNames lists; empty for any other number.
+std::string AlsaPcmName(int iDevice, const char *pszVariable, const char *pszDirection);
 
 }  // namespace qk

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <thread>
-#include <vector>
 
 #include "audio/AlsaErrors.h"
 #include "audio/AlsaPcm.h"
@@ -13,16 +12,7 @@
 CWaveInDevice::~CWaveInDevice() = default;
 
 std::string CWaveInDevice::DeviceName(int iDevice) {
-    if (iDevice == -1) {
-        const char *name = std::getenv("QK_ALSA_CAPTURE_DEVICE");
-        return name != nullptr && *name != '\0' ? name : "default";
-    }
-    if (iDevice < 0) {
-        return std::string();
-    }
-    const std::vector<std::string> names = qk::AlsaPcmNames("Input");
-    return static_cast<size_t>(iDevice) < names.size() ? names[static_cast<size_t>(iDevice)]
-                                                       : std::string();
+    return qk::AlsaPcmName(iDevice, "QK_ALSA_CAPTURE_DEVICE", "Input");
 }
 
 int CWaveInDevice::DeviceCount() {

@@ -1,8 +1,5 @@
 #include "audio/WaveOutDevice.h"
 
-#include <cstdlib>
-#include <vector>
-
 #include "audio/AlsaErrors.h"
 #include "audio/AlsaPcm.h"
 #include "audio/AlsaWaveOut.h"
@@ -11,16 +8,7 @@
 CWaveOutDevice::~CWaveOutDevice() = default;
 
 std::string CWaveOutDevice::DeviceName(int iDevice) {
-    if (iDevice == -1) {
-        const char *name = std::getenv("QK_ALSA_DEVICE");
-        return name != nullptr && *name != '\0' ? name : "default";
-    }
-    if (iDevice < 0) {
-        return std::string();
-    }
-    const std::vector<std::string> names = qk::AlsaPcmNames("Output");
-    return static_cast<size_t>(iDevice) < names.size() ? names[static_cast<size_t>(iDevice)]
-                                                       : std::string();
+    return qk::AlsaPcmName(iDevice, "QK_ALSA_DEVICE", "Output");
 }
 
 std::unique_ptr<CWaveOutDevice> CWaveOutDevice::Create(int iDevice) {
