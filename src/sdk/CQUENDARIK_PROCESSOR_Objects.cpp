@@ -6,6 +6,7 @@
 #include "platform/Report.h"
 #include "render/CQUENDARIC_Object_Source_Sound.h"
 #include "sdk/CQUENDARIK_PROCESSOR.h"
+#include "sdk/EngineObjects.h"
 #include "sdk/Messages.h"
 
 namespace {
@@ -63,23 +64,6 @@ CVRSoundSource *tieIn(CQUENDARIK_PROCESSOR &engine, CQUENDARIC_Object_Source_Sou
         }
     }
     return object.m_pVRSource;
-}
-
-// Runs use on the virtual source of that id under the engine lock: -1 when there is none,
-// else what use returns.
-template <typename F>
-int withSource(CQUENDARIK_PROCESSOR &engine, int iID, F use) {
-    Guard guard(engine.m_csEngine);
-    CQUENDARIC_Object_Source *pObject = engine.Get3DSourceFromID(iID);
-    return pObject == nullptr ? -1 : use(*pObject);
-}
-
-// The same for the listener of that id.
-template <typename F>
-int withSink(CQUENDARIK_PROCESSOR &engine, int iID, F use) {
-    Guard guard(engine.m_csEngine);
-    CQUENDARIC_Object_Sink *pSink = engine.Get3DSinkFromID(iID);
-    return pSink == nullptr ? -1 : use(*pSink);
 }
 }  // namespace
 
@@ -175,21 +159,21 @@ CQUENDARIC_Object_Source *CQUENDARIK_PROCESSOR::Get3DSourceFromID(int iID) {
 }
 
 int CQUENDARIK_PROCESSOR::Get3DSource_ID(int iID, int &iOut) {
-    return withSource(*this, iID, [&](const CQUENDARIC_Object_Source &object) {
+    return qk::WithSource(*this, iID, [&](const CQUENDARIC_Object_Source &object) {
         iOut = object.m_iID;
         return 0;
     });
 }
 
 int CQUENDARIK_PROCESSOR::Get3DSource_Name(int iID, std::string &strName) {
-    return withSource(*this, iID, [&](const CQUENDARIC_Object_Source &object) {
+    return qk::WithSource(*this, iID, [&](const CQUENDARIC_Object_Source &object) {
         strName = object.m_strDescription;
         return 0;
     });
 }
 
 int CQUENDARIK_PROCESSOR::Set3DSource_Enable(int iID, int iEnable) {
-    return withSource(*this, iID, [&](CQUENDARIC_Object_Source &object) {
+    return qk::WithSource(*this, iID, [&](CQUENDARIC_Object_Source &object) {
         object.m_iEnable = iEnable;
         if (object.m_pVRSource != nullptr) {
             object.m_pVRSource->m_iEnable = iEnable;
@@ -199,7 +183,7 @@ int CQUENDARIK_PROCESSOR::Set3DSource_Enable(int iID, int iEnable) {
 }
 
 int CQUENDARIK_PROCESSOR::Set3DSource_Description(int iID, const std::string &strDescription) {
-    return withSource(*this, iID, [&](CQUENDARIC_Object_Source &object) {
+    return qk::WithSource(*this, iID, [&](CQUENDARIC_Object_Source &object) {
         object.m_strDescription = strDescription;
         if (object.m_pDraw != nullptr) {
             object.m_pDraw->m_strDescription = strDescription;
@@ -209,7 +193,7 @@ int CQUENDARIK_PROCESSOR::Set3DSource_Description(int iID, const std::string &st
 }
 
 int CQUENDARIK_PROCESSOR::Set3DSource_SelectedChannelPlaylist(int iID, int iAudioLink) {
-    return withSource(*this, iID, [&](CQUENDARIC_Object_Source &object) {
+    return qk::WithSource(*this, iID, [&](CQUENDARIC_Object_Source &object) {
         object.m_iAudioLink = iAudioLink;
         return 0;
     });
@@ -222,7 +206,7 @@ int CQUENDARIK_PROCESSOR::Set3DSource_Position(int iID, float x, float y, float 
 int CQUENDARIK_PROCESSOR::Get3DSource_Position(int iID, float &x, float &y, float &z) {
     Guard guard(m_csEngine);
     TakeMoves();  // a move the host left is seen at once
-    return withSource(*this, iID, [&](const CQUENDARIC_Object_Source &object) {
+    return qk::WithSource(*this, iID, [&](const CQUENDARIC_Object_Source &object) {
         x = object.m_position.x;
         y = object.m_position.y;
         z = object.m_position.z;
@@ -233,7 +217,7 @@ int CQUENDARIK_PROCESSOR::Get3DSource_Position(int iID, float &x, float &y, floa
 int CQUENDARIK_PROCESSOR::Update3DSource_Position(int iID) {
     Guard guard(m_csEngine);
     TakeMoves();  // a move the host left is seen at once
-    return withSource(*this, iID, [&](CQUENDARIC_Object_Source &object) {
+    return qk::WithSource(*this, iID, [&](CQUENDARIC_Object_Source &object) {
         if (object.m_pVRSource == nullptr) {
             return -2;
         }
@@ -246,7 +230,7 @@ int CQUENDARIK_PROCESSOR::Get3DSource_Binaural_Position(int iID, float &fDistanc
                                                         float &fElevation) {
     Guard guard(m_csEngine);
     TakeMoves();  // a move the host left is seen at once
-    return withSource(*this, iID, [&](const CQUENDARIC_Object_Source &object) {
+    return qk::WithSource(*this, iID, [&](const CQUENDARIC_Object_Source &object) {
         fDistance = object.m_fDistance;
         fAzimuth = object.m_fAzimuth;
         fElevation = object.m_fElevation;
@@ -255,7 +239,7 @@ int CQUENDARIK_PROCESSOR::Get3DSource_Binaural_Position(int iID, float &fDistanc
 }
 
 int CQUENDARIK_PROCESSOR::GetVRSource(int iID, void *&pVRSource) {
-    return withSource(*this, iID, [&](CQUENDARIC_Object_Source &object) {
+    return qk::WithSource(*this, iID, [&](CQUENDARIC_Object_Source &object) {
         if (object.m_pVRSource == nullptr) {
             return -2;
         }
@@ -266,7 +250,7 @@ int CQUENDARIK_PROCESSOR::GetVRSource(int iID, void *&pVRSource) {
 
 int CQUENDARIK_PROCESSOR::Get3DSource_Binaural_IR(int iID, float *&pfLeft, float *&pfRight,
                                                   int &iLength) {
-    return withSource(*this, iID, [&](const CQUENDARIC_Object_Source &object) {
+    return qk::WithSource(*this, iID, [&](const CQUENDARIC_Object_Source &object) {
         pfLeft = object.m_pfBIRLeft;
         pfRight = object.m_pfBIRRight;
         iLength = object.m_iBIRLength;
@@ -381,7 +365,7 @@ int CQUENDARIK_PROCESSOR::Get3DListener_Position_LookAt(int iID, float &x, float
                                                         float &lx, float &ly, float &lz) {
     Guard guard(m_csEngine);
     TakeMoves();  // a move the host left is seen at once
-    return withSink(*this, iID, [&](const CQUENDARIC_Object_Sink &sink) {
+    return qk::WithSink(*this, iID, [&](const CQUENDARIC_Object_Sink &sink) {
         const C3Point &position =
             sink.m_pClient != nullptr ? sink.m_pClient->m_position : sink.m_position;
         const C3Point &lookAt =
@@ -399,7 +383,7 @@ int CQUENDARIK_PROCESSOR::Get3DListener_Position_LookAt(int iID, float &x, float
 int CQUENDARIK_PROCESSOR::Update3DListener_Position(int iID) {
     Guard guard(m_csEngine);
     TakeMoves();  // a move the host left is seen at once
-    return withSink(*this, iID, [&](CQUENDARIC_Object_Sink &sink) {
+    return qk::WithSink(*this, iID, [&](CQUENDARIC_Object_Sink &sink) {
         if (sink.m_pClient == nullptr) {
             return -2;
         }
