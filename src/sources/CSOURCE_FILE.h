@@ -29,6 +29,8 @@ class CSOURCE_FILE : public CSOURCE {
     qk::Relaxed<int> m_iResampleQuality = 0;
 
   protected:
+    // Takes over a file asked for by SetFile; true when there is one.
+    bool TakeRequest();
     // Reports that the file in use can't be played, once a file name: _init runs again at
     // every block while a file is missing. Clearing m_strReported once a file opens lets the
     // next failure be reported again.

@@ -172,17 +172,6 @@ bool CSOURCE_MP3::FillConverted(int iLength, int iSampleRate) {
     return true;
 }
 
-bool CSOURCE_MP3::TakeRequest() {
-    // Compared in place, so that a block with no new request copies no text. An empty request
-    // is no request: the file given at creation stays in use.
-    std::lock_guard<std::mutex> guard(m_csFileRequest);
-    if (m_strFileRequest.empty() || m_strFileRequest == m_strFile) {
-        return false;
-    }
-    m_strFile = m_strFileRequest;
-    return true;
-}
-
 int CSOURCE_MP3::_process_1P(void *, int iLength, int, int, int iSampleRate) {
     if (m_iEnable == 0) {
         return 0;

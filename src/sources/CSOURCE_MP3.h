@@ -64,8 +64,6 @@ class CSOURCE_MP3 : public CSOURCE_FILE {
     int m_iReserved2 = 0;
 
   private:
-    // Takes over a file asked for by SetFile; true when there is one.
-    bool TakeRequest();
     // Decodes iFrames frames into m_pbInput, starting again behind the offset at the end of
     // the file. Fewer come back only when the file has nothing to play.
     int DecodeLooping(int iFrames);
