@@ -1,5 +1,7 @@
 #include "audio/AlsaPcm.h"
 
+#include <cstdlib>
+
 #include "audio/AlsaErrors.h"
 
 namespace qk {
@@ -48,6 +50,40 @@ int OpenAlsaPcm(snd_pcm_t *&pcm, const std::string &strName, snd_pcm_stream_t st
         return -1;
     }
     return 0;
+}
+
+std::vector<std::string> AlsaPcmNames(const char *pszDirection) {
+    std::vector<std::string> names;
+    void **hints = nullptr;
+    // Listing the devices makes ALSA complain of every card it looks for and doesn't find:
+    // those texts are not failures of anything asked for, and are dropped.
+    CAlsaErrorCapture quiet;
+    if (snd_device_name_hint(-1, "pcm", &hints) == 0 && hints != nullptr) {
+        for (void **hint = hints; *hint != nullptr; ++hint) {
+            char *name = snd_device_name_get_hint(*hint, "NAME");
+            char *ioid = snd_device_name_get_hint(*hint, "IOID");
+            if (name != nullptr && (ioid == nullptr || std::string(ioid) == pszDirection)) {
+                names.emplace_back(name);
+            }
+            std::free(name);
+            std::free(ioid);
+        }
+        snd_device_name_free_hint(hints);
+    }
+    return names;
+}
+
+std::string AlsaPcmName(int iDevice, const char *pszVariable, const char *pszDirection) {
+    if (iDevice == -1) {
+        const char *name = std::getenv(pszVariable);
+        return name != nullptr && *name != '\0' ? name : "default";
+    }
+    if (iDevice < 0) {
+        return std::string();
+    }
+    const std::vector<std::string> names = AlsaPcmNames(pszDirection);
+    return static_cast<size_t>(iDevice) < names.size() ? names[static_cast<size_t>(iDevice)]
+                                                       : std::string();
 }
 
 }  // namespace qk

@@ -15,13 +15,7 @@ CAudio_Playback::~CAudio_Playback() {
 
 int CAudio_Playback::_init(int iDevice, int iChannels, int iBits, int iSampleRate) {
     m_iDevice = iDevice;
-    m_wfx.wFormatTag = WAVE_FORMAT_PCM;
-    m_wfx.nChannels = static_cast<uint16_t>(iChannels);
-    m_wfx.nSamplesPerSec = static_cast<uint32_t>(iSampleRate);
-    m_wfx.wBitsPerSample = static_cast<uint16_t>(iBits);
-    m_wfx.nBlockAlign = static_cast<uint16_t>(iBits / 8 * iChannels);
-    m_wfx.nAvgBytesPerSec = m_wfx.nBlockAlign * m_wfx.nSamplesPerSec;
-    m_wfx.cbSize = 0;
+    m_wfx = PcmWaveFormat(iChannels, iSampleRate, iBits);
     m_iCurrent = -1;
 
     const std::string name = CWaveOutDevice::DeviceName(iDevice);

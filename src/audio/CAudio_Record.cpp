@@ -56,13 +56,7 @@ int CAudio_Record::InitializeSoundCapture(int iDevice, unsigned long, unsigned l
     m_iChannels = iChannels;
     m_iSampleRate = iSampleRate;
     m_iBits = iBits;
-    m_wfx = WAVEFORMATEX{};
-    m_wfx.wFormatTag = WAVE_FORMAT_PCM;
-    m_wfx.nChannels = static_cast<uint16_t>(iChannels);
-    m_wfx.nSamplesPerSec = static_cast<uint32_t>(iSampleRate);
-    m_wfx.wBitsPerSample = static_cast<uint16_t>(iBits);
-    m_wfx.nBlockAlign = static_cast<uint16_t>(iBits / 8 * iChannels);
-    m_wfx.nAvgBytesPerSec = m_wfx.nBlockAlign * m_wfx.nSamplesPerSec;
+    m_wfx = PcmWaveFormat(iChannels, iSampleRate, iBits);
     m_iDone = -1;
     m_bStalled = false;
     for (qk::CEvent &event : m_phEvents) {

@@ -1,56 +1,22 @@
 #include "audio/WaveInDevice.h"
 
-#include <alsa/asoundlib.h>
-
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <vector>
+#include <thread>
 
 #include "audio/AlsaErrors.h"
+#include "audio/AlsaPcm.h"
 #include "audio/AlsaWaveIn.h"
-
-namespace {
-// The capture-capable PCMs in the order ALSA lists them.
-std::vector<std::string> captureNames() {
-    std::vector<std::string> names;
-    void **hints = nullptr;
-    // Listing the devices makes ALSA complain of every card it looks for and doesn't find:
-    // those texts are not failures of anything asked for, and are dropped.
-    qk::CAlsaErrorCapture quiet;
-    if (snd_device_name_hint(-1, "pcm", &hints) == 0 && hints != nullptr) {
-        for (void **hint = hints; *hint != nullptr; ++hint) {
-            char *name = snd_device_name_get_hint(*hint, "NAME");
-            char *ioid = snd_device_name_get_hint(*hint, "IOID");
-            if (name != nullptr && (ioid == nullptr || std::string(ioid) == "Input")) {
-                names.emplace_back(name);
-            }
-            std::free(name);
-            std::free(ioid);
-        }
-        snd_device_name_free_hint(hints);
-    }
-    return names;
-}
-}  // namespace
 
 CWaveInDevice::~CWaveInDevice() = default;
 
 std::string CWaveInDevice::DeviceName(int iDevice) {
-    if (iDevice == -1) {
-        const char *name = std::getenv("QK_ALSA_CAPTURE_DEVICE");
-        return name != nullptr && *name != '\0' ? name : "default";
-    }
-    if (iDevice < 0) {
-        return std::string();
-    }
-    const std::vector<std::string> names = captureNames();
-    return static_cast<size_t>(iDevice) < names.size() ? names[static_cast<size_t>(iDevice)]
-                                                       : std::string();
+    return qk::AlsaPcmName(iDevice, "QK_ALSA_CAPTURE_DEVICE", "Input");
 }
 
 int CWaveInDevice::DeviceCount() {
-    return static_cast<int>(captureNames().size());
+    return static_cast<int>(qk::AlsaPcmNames("Input").size());
 }
 
 std::unique_ptr<CWaveInDevice> CWaveInDevice::Create(int iDevice) {
@@ -81,10 +47,10 @@ int CWaveInDevice::Open(const WaveOutFormat &format, DoneFn onDone) {
         return -1;
     }
     m_onDone = std::move(onDone);
-    m_bQuit = false;
     m_bStarted = false;
     m_bOpen = true;
-    m_thread = std::thread([this] { DeviceThread(); });
+    m_queue.Start([this] { return m_bStarted && !m_bFailed; },
+                  [this](const Queue::Buffer &buffer) { Fill(buffer); });
     return 0;
 }
 
@@ -92,11 +58,7 @@ int CWaveInDevice::AddBuffer(uint8_t *pbData, size_t iBytes, int iIndex) {
     if (!m_bOpen || pbData == nullptr) {
         return -1;
     }
-    {
-        std::lock_guard<std::mutex> guard(m_mutex);
-        m_queue.push_back(Pending{pbData, iBytes, iIndex});
-    }
-    m_cv.notify_all();
+    m_queue.Push(Queue::Buffer{pbData, iBytes, iIndex});
     return 0;
 }
 
@@ -104,14 +66,12 @@ int CWaveInDevice::Start() {
     if (!m_bOpen) {
         return -1;
     }
-    {
-        std::lock_guard<std::mutex> guard(m_mutex);
+    m_queue.Update([this] {
         if (!m_bStarted) {
             StartBackend();
         }
         m_bStarted = true;
-    }
-    m_cv.notify_all();
+    });
     return 0;
 }
 
@@ -119,14 +79,13 @@ int CWaveInDevice::Reset() {
     if (!m_bOpen) {
         return -1;
     }
-    std::unique_lock<std::mutex> lock(m_mutex);
     m_bStopping = true;
-    m_queue.clear();
-    // The buffer being filled ends soon; wait for it so that no byte is written after the
-    // reset.
-    m_cv.wait(lock, [this] { return !m_bFilling; });
-    m_bStarted = false;
-    m_bStopping = false;
+    // The buffer being filled ends soon; the drain waits for it so that no byte is written
+    // after the reset. The queued ones are given back without a call.
+    m_queue.Drain([this] {
+        m_bStarted = false;
+        m_bStopping = false;
+    });
     return 0;
 }
 
@@ -135,40 +94,17 @@ int CWaveInDevice::Close() {
         return -1;
     }
     Reset();
-    {
-        std::lock_guard<std::mutex> guard(m_mutex);
-        m_bQuit = true;
-    }
-    m_cv.notify_all();
-    m_thread.join();
+    m_queue.Stop();
     CloseBackend();
     m_bOpen = false;
     return 0;
 }
 
-void CWaveInDevice::DeviceThread() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    for (;;) {
-        m_cv.wait(lock,
-                  [this] { return m_bQuit || (m_bStarted && !m_bFailed && !m_queue.empty()); });
-        if (m_bQuit) {
-            return;
-        }
-        const Pending pending = m_queue.front();
-        m_bFilling = true;
-        lock.unlock();
-        const bool filled = FillBackend(pending.pbData, pending.iBytes);
-        lock.lock();
-        m_bFilling = false;
-        if (!filled) {
-            m_bFailed = true;  // the buffer stays queued; nothing more is filled
-        } else if (!m_bStopping && !m_queue.empty()) {
-            m_queue.pop_front();
-            lock.unlock();
-            m_onDone(pending.iIndex);
-            lock.lock();
-        }
-        m_cv.notify_all();
+void CWaveInDevice::Fill(const Queue::Buffer &buffer) {
+    if (!FillBackend(buffer.pbData, buffer.iBytes)) {
+        m_bFailed = true;  // nothing more is filled; the buffers left stay queued
+    } else if (!m_bStopping) {
+        m_onDone(buffer.iIndex);
     }
 }
 

@@ -6,16 +6,13 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
 
+#include "audio/BufferQueue.h"
 #include "audio/WaveOutDevice.h"
 
 class CWaveInDevice {
@@ -65,23 +62,14 @@ class CWaveInDevice {
     std::atomic<bool> m_bStopping{false};
 
   private:
-    struct Pending {
-        uint8_t *pbData;
-        size_t iBytes;
-        int iIndex;
-    };
-    void DeviceThread();
+    using Queue = qk::CBufferQueue<uint8_t>;
+    void Fill(const Queue::Buffer &buffer);
 
-    std::mutex m_mutex;
-    std::condition_variable m_cv;
-    std::deque<Pending> m_queue;
-    bool m_bFilling = false;  // the device thread is inside FillBackend
-    bool m_bStarted = false;
-    bool m_bQuit = false;
+    Queue m_queue;
+    bool m_bStarted = false;  // guarded by the queue's lock
     bool m_bOpen = false;
     std::atomic<bool> m_bFailed{false};
     DoneFn m_onDone;
-    std::thread m_thread;
 };
 
 // The clocked input: a 1 kHz tone at half of full scale in every channel, phase-continuous

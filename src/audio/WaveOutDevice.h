@@ -5,15 +5,13 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
+
+#include "audio/BufferQueue.h"
 
 struct WaveOutFormat {
     int iChannels = 0;
@@ -67,19 +65,7 @@ class CWaveOutDevice {
     std::string m_strError;  // set by OpenBackend when it fails
 
   private:
-    struct Pending {
-        const uint8_t *pbData;
-        size_t iBytes;
-        int iIndex;
-    };
-    void DeviceThread();
-
-    std::mutex m_mutex;
-    std::condition_variable m_cv;
-    std::deque<Pending> m_queue;
-    bool m_bPlaying = false;  // the device thread is inside PlayBackend
-    bool m_bQuit = false;
+    qk::CBufferQueue<const uint8_t> m_queue;
     bool m_bOpen = false;
     DoneFn m_onDone;
-    std::thread m_thread;
 };

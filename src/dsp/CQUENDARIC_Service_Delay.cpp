@@ -104,12 +104,8 @@ void CQUENDARIC_Service_Delay::Process(const float *pfIn, float *pfOut, int iLen
         copyThrough(pfIn, pfOut, iLength);
         return;
     }
-    for (int done = 0; done < iLength;) {
-        const int run = Run(iLength - done);
-        delayRun(m_pfPosition, pfIn + done, pfOut + done, run);
-        Advance(run);
-        done += run;
-    }
+    Walk(iLength,
+         [&](float *line, int at, int run) { delayRun(line, pfIn + at, pfOut + at, run); });
 }
 
 void CQUENDARIC_Service_Delay::Cleanup() {
@@ -128,12 +124,9 @@ void CQUENDARIC_Service_AllPass::Process(const float *pfIn, float *pfOut, int iL
         copyThrough(pfIn, pfOut, iLength);
         return;
     }
-    for (int done = 0; done < iLength;) {
-        const int run = Run(iLength - done);
-        allPassRun(m_pfPosition, pfIn + done, pfOut + done, run, m_fGain);
-        Advance(run);
-        done += run;
-    }
+    Walk(iLength, [&](float *line, int at, int run) {
+        allPassRun(line, pfIn + at, pfOut + at, run, m_fGain);
+    });
 }
 
 void CQUENDARIC_Service_AllPass::Cleanup() {
@@ -160,12 +153,8 @@ void CQUENDARIC_Service_Comb::Process(const float *pfIn, float *pfOut, int iLeng
         std::fill(pfOut, pfOut + iLength, 0.0f);
         return;
     }
-    for (int done = 0; done < iLength;) {
-        const int run = Run(iLength - done);
-        combRun(m_pfPosition, pfIn + done, pfOut + done, run, m_fGain);
-        Advance(run);
-        done += run;
-    }
+    Walk(iLength,
+         [&](float *line, int at, int run) { combRun(line, pfIn + at, pfOut + at, run, m_fGain); });
     if (Damped()) {
         m_Filter._process(pfOut, iLength, m_Filter.m_fGain, m_Filter.m_fFrequency,
                           m_Filter.m_fSampleRate);
@@ -179,12 +168,9 @@ bool CQUENDARIC_Service_Comb::ProcessAdd(const float *pfIn, float *pfSum, int iL
     if (pfIn == nullptr || pfSum == nullptr || iLength < 1 || m_pfBuffer == nullptr) {
         return true;  // silence adds nothing
     }
-    for (int done = 0; done < iLength;) {
-        const int run = Run(iLength - done);
-        combAddRun(m_pfPosition, pfIn + done, pfSum + done, run, m_fGain);
-        Advance(run);
-        done += run;
-    }
+    Walk(iLength, [&](float *line, int at, int run) {
+        combAddRun(line, pfIn + at, pfSum + at, run, m_fGain);
+    });
     return true;
 }
 

@@ -35,6 +35,18 @@ class CQUENDARIC_DelayLine : public CSERVICE {
     int Run(int iWanted) const;
     // Moves the position on by iRun samples (at most what Run gave), wrapping at the end.
     void Advance(int iRun);
+    // Walks iLength samples from the position in runs that stop at the buffer's end: for each,
+    // step(line, iDone, iRun) gets the position, the samples walked before the run and the
+    // run's length, and the position then moves on past the run.
+    template <typename Step>
+    void Walk(int iLength, Step step) {
+        for (int done = 0; done < iLength;) {
+            const int run = Run(iLength - done);
+            step(m_pfPosition, done, run);
+            Advance(run);
+            done += run;
+        }
+    }
 };
 
 class CQUENDARIC_Service_Delay : public CQUENDARIC_DelayLine {

@@ -143,6 +143,10 @@ class CSFM_ISM : public CSFM {
     void FollowChanges(int iMask, int iRecalculate, bool bTimed);
     // The echogram of the valid images into a new array of iLength floats.
     float *MakeEchogram(int iLength, int iSampleRate) const;
+    // GetCommonIRParameters, then the echogram in place of pfIR (freed) and its length in
+    // iLength: 0, or -1 with both as they were.
+    int RenewEchogram(float *&pfIR, int &iLength, int iSampleRate, float fTemperature,
+                      int iBinaural, int iFilterTaps);
 
   private:
     struct PlaneData {

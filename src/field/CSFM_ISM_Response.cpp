@@ -215,6 +215,24 @@ float *CSFM_ISM::MakeEchogram(int iLength, int iSampleRate) const {
     return pfIR;
 }
 
+int CSFM_ISM::RenewEchogram(float *&pfIR, int &iLength, int iSampleRate, float fTemperature,
+                            int iBinaural, int iFilterTaps) {
+    int length = 0;
+    if (iSampleRate < 1 ||
+        GetCommonIRParameters(length, iSampleRate, fTemperature, iBinaural, iFilterTaps) != 0 ||
+        length < 1) {
+        return -1;
+    }
+    float *pfNew = MakeEchogram(length, iSampleRate);
+    if (pfNew == nullptr) {
+        return -1;
+    }
+    ippsFree(pfIR);
+    pfIR = pfNew;
+    iLength = length;
+    return 0;
+}
+
 int CSFM_ISM::GetMonauralImpulseResponse(float *&pfIR, int &iLength, C3Point sourcePos,
                                          C3Point sourceLookAt, C3Point listenerPos,
                                          C3Point listenerLookAt, int iOrder, float fTemperature,
@@ -227,20 +245,7 @@ int CSFM_ISM::GetMonauralImpulseResponse(float *&pfIR, int &iLength, C3Point sou
         return 0;
     }
     FollowChanges(iMask, iRecalculate, false);
-    int length = 0;
-    if (iSampleRate < 1 ||
-        GetCommonIRParameters(length, iSampleRate, fTemperature, 0, iFilterTaps) != 0 ||
-        length < 1) {
-        return -1;
-    }
-    float *pfNew = MakeEchogram(length, iSampleRate);
-    if (pfNew == nullptr) {
-        return -1;
-    }
-    ippsFree(pfIR);
-    pfIR = pfNew;
-    iLength = length;
-    return 0;
+    return RenewEchogram(pfIR, iLength, iSampleRate, fTemperature, 0, iFilterTaps);
 }
 
 int CSFM_ISM::GetBinauralImpulseResponse(CHELPER_HRTF *pHRTF, float *&pfMono, int &iMonoLength,
@@ -258,19 +263,9 @@ int CSFM_ISM::GetBinauralImpulseResponse(CHELPER_HRTF *pHRTF, float *&pfMono, in
         CheckForRecalculationType(sourcePos, sourceLookAt, listenerPos, listenerLookAt, iOrder,
                                   fTemperature, static_cast<float>(iSampleRate), 0);
     FollowChanges(iMask, iRecalculate, true);
-    int length = 0;
-    if (iSampleRate < 1 ||
-        GetCommonIRParameters(length, iSampleRate, fTemperature, 1, iFilterTaps) != 0 ||
-        length < 1) {
+    if (RenewEchogram(pfMono, iMonoLength, iSampleRate, fTemperature, 1, iFilterTaps) != 0) {
         return -1;
     }
-    float *pfNewMono = MakeEchogram(length, iSampleRate);
-    if (pfNewMono == nullptr) {
-        return -1;
-    }
-    ippsFree(pfMono);
-    pfMono = pfNewMono;
-    iMonoLength = length;
     const size_t n = m_pfDelays.size();
     for (size_t i = 0; i < 6; ++i) {
         m_afEarlyDelays[i] = i < n ? m_pfDelays[i] / 1000.0f : 0.0f;

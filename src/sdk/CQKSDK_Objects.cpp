@@ -6,6 +6,7 @@
 
 #include "quendarik/CQKSDK.h"
 #include "sdk/CQUENDARIK_PROCESSOR.h"
+#include "sdk/EngineObjects.h"
 
 namespace {
 using Guard = std::lock_guard<qk::CEngineLock>;
@@ -67,13 +68,10 @@ int CQKSDK::qk_Vsrc_Get_Next(int &iID) {
 }
 
 int CQKSDK::qk_Vsrc_Get_Enable(int iID, int &iEnable) {
-    Guard guard(m_pProcessor->m_csEngine);
-    const CQUENDARIC_Object_Source *pObject = m_pProcessor->Get3DSourceFromID(iID);
-    if (pObject == nullptr) {
-        return -1;
-    }
-    iEnable = pObject->m_iEnable;
-    return 0;
+    return qk::WithSource(*m_pProcessor, iID, [&](const CQUENDARIC_Object_Source &object) {
+        iEnable = object.m_iEnable;
+        return 0;
+    });
 }
 
 int CQKSDK::qk_Vsrc_Set_Enable(int iID, int iEnable) {
@@ -82,13 +80,10 @@ int CQKSDK::qk_Vsrc_Set_Enable(int iID, int iEnable) {
 }
 
 int CQKSDK::qk_Vsrc_Get_AudioLink(int iID, int &iAudioLink) {
-    Guard guard(m_pProcessor->m_csEngine);
-    const CQUENDARIC_Object_Source *pObject = m_pProcessor->Get3DSourceFromID(iID);
-    if (pObject == nullptr) {
-        return -1;
-    }
-    iAudioLink = pObject->m_iAudioLink;
-    return 0;
+    return qk::WithSource(*m_pProcessor, iID, [&](const CQUENDARIC_Object_Source &object) {
+        iAudioLink = object.m_iAudioLink;
+        return 0;
+    });
 }
 
 int CQKSDK::qk_Vsrc_Set_AudioLink(int iID, int iAudioLink) {
@@ -96,27 +91,21 @@ int CQKSDK::qk_Vsrc_Set_AudioLink(int iID, int iAudioLink) {
 }
 
 int CQKSDK::qk_Vsrc_Get_Description(int iID, char *pcBuffer) {
-    Guard guard(m_pProcessor->m_csEngine);
-    const CQUENDARIC_Object_Source *pObject = m_pProcessor->Get3DSourceFromID(iID);
-    if (pObject == nullptr) {
-        return -1;
-    }
-    if (pcBuffer != nullptr) {
-        const std::string &text = pObject->m_strDescription;
-        std::memcpy(pcBuffer, text.c_str(), text.size() + 1);
-    }
-    return 0;
+    return qk::WithSource(*m_pProcessor, iID, [&](const CQUENDARIC_Object_Source &object) {
+        if (pcBuffer != nullptr) {
+            const std::string &text = object.m_strDescription;
+            std::memcpy(pcBuffer, text.c_str(), text.size() + 1);
+        }
+        return 0;
+    });
 }
 
 // The object's description only; its draw element keeps what it showed.
 int CQKSDK::qk_Vsrc_Set_Description(int iID, const char *pcDescription) {
-    Guard guard(m_pProcessor->m_csEngine);
-    CQUENDARIC_Object_Source *pObject = m_pProcessor->Get3DSourceFromID(iID);
-    if (pObject == nullptr) {
-        return -1;
-    }
-    pObject->m_strDescription = pcDescription != nullptr ? pcDescription : "";
-    return 0;
+    return qk::WithSource(*m_pProcessor, iID, [&](CQUENDARIC_Object_Source &object) {
+        object.m_strDescription = pcDescription != nullptr ? pcDescription : "";
+        return 0;
+    });
 }
 
 int CQKSDK::qk_Vsrc_OGL_Get_VRSource(int iID, void *&pVRSource) {

@@ -6,6 +6,7 @@
 #include "platform/Report.h"
 #include "render/CQUENDARIC_Object_Source_Sound.h"
 #include "sdk/CQUENDARIK_PROCESSOR.h"
+#include "sdk/EngineObjects.h"
 #include "sdk/Messages.h"
 
 namespace {
@@ -44,6 +45,26 @@ T *findById(const std::vector<std::unique_ptr<T>> &list, int iID) {
     }
     return nullptr;
 }
+
+// Ties a new sound object in: a world entry of its own (returned), the engine's current
+// listener, and the sound of that id. No early exit: with two sounds of one id the later one
+// is bound.
+CVRSoundSource *tieIn(CQUENDARIK_PROCESSOR &engine, CQUENDARIC_Object_Source_Sound &object,
+                      int iSoundID, int iAudioLink) {
+    auto &entries = engine.m_Parameters.m_World.m_VRSources;
+    entries.push_back(std::make_unique<CVRSoundSource>());
+    object.m_i3DSourceWavID = object.m_iID;
+    object.m_pVRSource = entries.back().get();
+    object.m_iAudioLink = iAudioLink;
+    object.m_pSink = engine.m_pCurrentSink;
+    for (auto &source : engine.m_listSources) {
+        if (source->m_iID == iSoundID) {
+            object.m_pSSS_Source = source.get();
+            object.m_iSSS_SourceID = iSoundID;
+        }
+    }
+    return object.m_pVRSource;
+}
 }  // namespace
 
 // --- Virtual sources
@@ -52,23 +73,9 @@ int CQUENDARIK_PROCESSOR::Add3DSource_Sound(int &iID, int iSoundID, int iAudioLi
                                             float y, float z, const std::string &strName) {
     Guard guard(m_csEngine);
     const C3Point point(x, y, z, 0);
-    auto &entries = m_Parameters.m_World.m_VRSources;
-    entries.push_back(std::make_unique<CVRSoundSource>());
-    CVRSoundSource *pEntry = entries.back().get();
     auto pObject = std::make_unique<CQUENDARIC_Object_Source_Sound>(&m_Parameters, point, strName);
+    tieIn(*this, *pObject, iSoundID, iAudioLink)->m_position = point;
     iID = pObject->m_iID;
-    pObject->m_i3DSourceWavID = iID;
-    pEntry->m_position = point;
-    pObject->m_pVRSource = pEntry;
-    pObject->m_iAudioLink = iAudioLink;
-    pObject->m_pSink = m_pCurrentSink;
-    // No early exit: with two sources of one id the later one is bound.
-    for (auto &source : m_listSources) {
-        if (source->m_iID == iSoundID) {
-            pObject->m_pSSS_Source = source.get();
-            pObject->m_iSSS_SourceID = iSoundID;
-        }
-    }
     m_list3DSources.push_back(std::move(pObject));
     RefreshMoves();
     return 0;
@@ -76,21 +83,10 @@ int CQUENDARIK_PROCESSOR::Add3DSource_Sound(int &iID, int iSoundID, int iAudioLi
 
 int CQUENDARIK_PROCESSOR::Add3DSource_Sound(int &iID, int iSoundID, int iAudioLink) {
     Guard guard(m_csEngine);
-    auto &entries = m_Parameters.m_World.m_VRSources;
-    entries.push_back(std::make_unique<CVRSoundSource>());
     auto pObject = std::make_unique<CQUENDARIC_Object_Source_Sound>();
-    iID = pObject->m_iID;
-    pObject->m_i3DSourceWavID = iID;
-    pObject->m_pVRSource = entries.back().get();
-    pObject->m_iAudioLink = iAudioLink;
     pObject->m_pParameters = &m_Parameters;
-    pObject->m_pSink = m_pCurrentSink;
-    for (auto &source : m_listSources) {
-        if (source->m_iID == iSoundID) {
-            pObject->m_pSSS_Source = source.get();
-            pObject->m_iSSS_SourceID = iSoundID;
-        }
-    }
+    tieIn(*this, *pObject, iSoundID, iAudioLink);
+    iID = pObject->m_iID;
     m_list3DSources.push_back(std::move(pObject));
     RefreshMoves();
     return 0;
@@ -160,59 +156,44 @@ CQUENDARIC_Object_Source *CQUENDARIK_PROCESSOR::Get3DSourceFromID(int iID) {
 }
 
 int CQUENDARIK_PROCESSOR::Get3DSource_ID(int iID, int &iOut) {
-    Guard guard(m_csEngine);
-    const CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
-    if (pObject == nullptr) {
-        return -1;
-    }
-    iOut = pObject->m_iID;
-    return 0;
+    return qk::WithSource(*this, iID, [&](const CQUENDARIC_Object_Source &object) {
+        iOut = object.m_iID;
+        return 0;
+    });
 }
 
 int CQUENDARIK_PROCESSOR::Get3DSource_Name(int iID, std::string &strName) {
-    Guard guard(m_csEngine);
-    const CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
-    if (pObject == nullptr) {
-        return -1;
-    }
-    strName = pObject->m_strDescription;
-    return 0;
+    return qk::WithSource(*this, iID, [&](const CQUENDARIC_Object_Source &object) {
+        strName = object.m_strDescription;
+        return 0;
+    });
 }
 
 int CQUENDARIK_PROCESSOR::Set3DSource_Enable(int iID, int iEnable) {
-    Guard guard(m_csEngine);
-    CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
-    if (pObject == nullptr) {
-        return -1;
-    }
-    pObject->m_iEnable = iEnable;
-    if (pObject->m_pVRSource != nullptr) {
-        pObject->m_pVRSource->m_iEnable = iEnable;
-    }
-    return 0;
+    return qk::WithSource(*this, iID, [&](CQUENDARIC_Object_Source &object) {
+        object.m_iEnable = iEnable;
+        if (object.m_pVRSource != nullptr) {
+            object.m_pVRSource->m_iEnable = iEnable;
+        }
+        return 0;
+    });
 }
 
 int CQUENDARIK_PROCESSOR::Set3DSource_Description(int iID, const std::string &strDescription) {
-    Guard guard(m_csEngine);
-    CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
-    if (pObject == nullptr) {
-        return -1;
-    }
-    pObject->m_strDescription = strDescription;
-    if (pObject->m_pDraw != nullptr) {
-        pObject->m_pDraw->m_strDescription = strDescription;
-    }
-    return 0;
+    return qk::WithSource(*this, iID, [&](CQUENDARIC_Object_Source &object) {
+        object.m_strDescription = strDescription;
+        if (object.m_pDraw != nullptr) {
+            object.m_pDraw->m_strDescription = strDescription;
+        }
+        return 0;
+    });
 }
 
 int CQUENDARIK_PROCESSOR::Set3DSource_SelectedChannelPlaylist(int iID, int iAudioLink) {
-    Guard guard(m_csEngine);
-    CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
-    if (pObject == nullptr) {
-        return -1;
-    }
-    pObject->m_iAudioLink = iAudioLink;
-    return 0;
+    return qk::WithSource(*this, iID, [&](CQUENDARIC_Object_Source &object) {
+        object.m_iAudioLink = iAudioLink;
+        return 0;
+    });
 }
 
 int CQUENDARIK_PROCESSOR::Set3DSource_Position(int iID, float x, float y, float z) {
@@ -222,69 +203,57 @@ int CQUENDARIK_PROCESSOR::Set3DSource_Position(int iID, float x, float y, float 
 int CQUENDARIK_PROCESSOR::Get3DSource_Position(int iID, float &x, float &y, float &z) {
     Guard guard(m_csEngine);
     TakeMoves();  // a move the host left is seen at once
-    const CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
-    if (pObject == nullptr) {
-        return -1;
-    }
-    x = pObject->m_position.x;
-    y = pObject->m_position.y;
-    z = pObject->m_position.z;
-    return 0;
+    return qk::WithSource(*this, iID, [&](const CQUENDARIC_Object_Source &object) {
+        x = object.m_position.x;
+        y = object.m_position.y;
+        z = object.m_position.z;
+        return 0;
+    });
 }
 
 int CQUENDARIK_PROCESSOR::Update3DSource_Position(int iID) {
     Guard guard(m_csEngine);
     TakeMoves();  // a move the host left is seen at once
-    CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
-    if (pObject == nullptr) {
-        return -1;
-    }
-    if (pObject->m_pVRSource == nullptr) {
-        return -2;
-    }
-    pObject->Move(pObject->m_pVRSource->m_position);
-    return 0;
+    return qk::WithSource(*this, iID, [&](CQUENDARIC_Object_Source &object) {
+        if (object.m_pVRSource == nullptr) {
+            return -2;
+        }
+        object.Move(object.m_pVRSource->m_position);
+        return 0;
+    });
 }
 
 int CQUENDARIK_PROCESSOR::Get3DSource_Binaural_Position(int iID, float &fDistance, float &fAzimuth,
                                                         float &fElevation) {
     Guard guard(m_csEngine);
     TakeMoves();  // a move the host left is seen at once
-    const CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
-    if (pObject == nullptr) {
-        return -1;
-    }
-    fDistance = pObject->m_fDistance;
-    fAzimuth = pObject->m_fAzimuth;
-    fElevation = pObject->m_fElevation;
-    return 0;
+    return qk::WithSource(*this, iID, [&](const CQUENDARIC_Object_Source &object) {
+        fDistance = object.m_fDistance;
+        fAzimuth = object.m_fAzimuth;
+        fElevation = object.m_fElevation;
+        return 0;
+    });
 }
 
 int CQUENDARIK_PROCESSOR::GetVRSource(int iID, void *&pVRSource) {
-    Guard guard(m_csEngine);
-    CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
-    if (pObject == nullptr) {
-        return -1;
-    }
-    if (pObject->m_pVRSource == nullptr) {
-        return -2;
-    }
-    pVRSource = pObject->m_pVRSource;
-    return 0;
+    return qk::WithSource(*this, iID, [&](CQUENDARIC_Object_Source &object) {
+        if (object.m_pVRSource == nullptr) {
+            return -2;
+        }
+        pVRSource = object.m_pVRSource;
+        return 0;
+    });
 }
 
 int CQUENDARIK_PROCESSOR::Get3DSource_Binaural_IR(int iID, float *&pfLeft, float *&pfRight,
                                                   int &iLength) {
-    Guard guard(m_csEngine);
-    CQUENDARIC_Object_Source *pObject = Get3DSourceFromID(iID);
-    if (pObject == nullptr) {
-        return -1;
-    }
-    pObject->SettleBIR();
-    pfLeft = pObject->m_pfBIRLeft;
-    pfRight = pObject->m_pfBIRRight;
-    iLength = pObject->m_iBIRLength;
-    return 0;
+    return qk::WithSource(*this, iID, [&](CQUENDARIC_Object_Source &object) {
+        object.SettleBIR();
+        pfLeft = object.m_pfBIRLeft;
+        pfRight = object.m_pfBIRRight;
+        iLength = object.m_iBIRLength;
+        return 0;
+    });
 }
 
 int CQUENDARIK_PROCESSOR::Get3DSource_3DSourceWavID(int iID, int &iWavID) {
@@ -394,33 +363,29 @@ int CQUENDARIK_PROCESSOR::Get3DListener_Position_LookAt(int iID, float &x, float
                                                         float &lx, float &ly, float &lz) {
     Guard guard(m_csEngine);
     TakeMoves();  // a move the host left is seen at once
-    const CQUENDARIC_Object_Sink *pSink = Get3DSinkFromID(iID);
-    if (pSink == nullptr) {
-        return -1;
-    }
-    const C3Point &position =
-        pSink->m_pClient != nullptr ? pSink->m_pClient->m_position : pSink->m_position;
-    const C3Point &lookAt =
-        pSink->m_pClient != nullptr ? pSink->m_pClient->m_lookAt : pSink->m_lookAt;
-    x = position.x;
-    y = position.y;
-    z = position.z;
-    lx = lookAt.x;
-    ly = lookAt.y;
-    lz = lookAt.z;
-    return 0;
+    return qk::WithSink(*this, iID, [&](const CQUENDARIC_Object_Sink &sink) {
+        const C3Point &position =
+            sink.m_pClient != nullptr ? sink.m_pClient->m_position : sink.m_position;
+        const C3Point &lookAt =
+            sink.m_pClient != nullptr ? sink.m_pClient->m_lookAt : sink.m_lookAt;
+        x = position.x;
+        y = position.y;
+        z = position.z;
+        lx = lookAt.x;
+        ly = lookAt.y;
+        lz = lookAt.z;
+        return 0;
+    });
 }
 
 int CQUENDARIK_PROCESSOR::Update3DListener_Position(int iID) {
     Guard guard(m_csEngine);
     TakeMoves();  // a move the host left is seen at once
-    CQUENDARIC_Object_Sink *pSink = Get3DSinkFromID(iID);
-    if (pSink == nullptr) {
-        return -1;
-    }
-    if (pSink->m_pClient == nullptr) {
-        return -2;
-    }
-    pSink->Move_LookAt(pSink->m_pClient->m_position, pSink->m_pClient->m_lookAt);
-    return 0;
+    return qk::WithSink(*this, iID, [&](CQUENDARIC_Object_Sink &sink) {
+        if (sink.m_pClient == nullptr) {
+            return -2;
+        }
+        sink.Move_LookAt(sink.m_pClient->m_position, sink.m_pClient->m_lookAt);
+        return 0;
+    });
 }

@@ -47,13 +47,7 @@ int CSINK_WAVE::_init(int, int iChannels, int iBits, int iSampleRate) {
         m_iFailed = 1;
         return -1;
     }
-    m_wfx.wFormatTag = WAVE_FORMAT_PCM;
-    m_wfx.nChannels = static_cast<uint16_t>(iChannels);
-    m_wfx.nSamplesPerSec = static_cast<uint32_t>(iSampleRate);
-    m_wfx.wBitsPerSample = static_cast<uint16_t>(iBits);
-    m_wfx.nBlockAlign = static_cast<uint16_t>((iBits / 8) * iChannels);
-    m_wfx.nAvgBytesPerSec = m_wfx.nBlockAlign * m_wfx.nSamplesPerSec;
-    m_wfx.cbSize = 0;
+    m_wfx = PcmWaveFormat(iChannels, iSampleRate, iBits);
     MakeStr(m_strSinkFile);
     if (m_strSinkFile.empty()) {
         m_iFailed = 1;

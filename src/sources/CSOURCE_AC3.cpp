@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "platform/Paths.h"
-#include "platform/Report.h"
 
 QK_IMPLEMENT_SERIAL(CSOURCE_AC3)
 
@@ -53,13 +52,6 @@ CSOURCE_AC3::~CSOURCE_AC3() = default;
 void CSOURCE_AC3::Serialize(qk::CArchive &ar) {
     CSOURCE_FILE::Serialize(ar);
     qk::SerializeVersion(ar);
-}
-
-void CSOURCE_AC3::Fail(const std::string &strWhat) {
-    if (m_strReported != m_strFile) {
-        m_strReported = m_strFile;
-        qk::Report(m_strFile + ": " + strWhat, "Quendarik", qk::Severity::Error);
-    }
 }
 
 int CSOURCE_AC3::_init(int, int) {
@@ -139,17 +131,6 @@ void CSOURCE_AC3::fill_buf(unsigned char *pbOut, double const (*pFrame)[6][256],
             ++m_iSpillCount;
         }
     }
-}
-
-bool CSOURCE_AC3::TakeRequest() {
-    // Compared in place, so that a block with no new request copies no text. An empty request
-    // is no request: the file given at creation stays in use.
-    std::lock_guard<std::mutex> guard(m_csFileRequest);
-    if (m_strFileRequest.empty() || m_strFileRequest == m_strFile) {
-        return false;
-    }
-    m_strFile = m_strFileRequest;
-    return true;
 }
 
 int CSOURCE_AC3::_process_1P(void *, int iLength, int, int, int iSampleRate) {

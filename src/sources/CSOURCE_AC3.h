@@ -78,12 +78,7 @@ class CSOURCE_AC3 : public CSOURCE_FILE {
     double m_dScale = 32767.0;
 
   private:
-    // Takes over a file asked for by SetFile; true when there is one.
-    bool TakeRequest();
-    void Fail(const std::string &strWhat);
-
     CAc3Stream m_stream;
     CAc3Settings m_settings;
     int m_iSpillStart = 0;  // spilled samples that open the present block
-    std::string m_strReported;
 };

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <mutex>
+#include <string>
 
 #include "platform/Relaxed.h"
 #include "sources/CSOURCE.h"
@@ -28,6 +29,14 @@ class CSOURCE_FILE : public CSOURCE {
     qk::Relaxed<int> m_iResampleQuality = 0;
 
   protected:
+    // Takes over a file asked for by SetFile; true when there is one.
+    bool TakeRequest();
+    // Reports that the file in use can't be played, once a file name: _init runs again at
+    // every block while a file is missing. Clearing m_strReported once a file opens lets the
+    // next failure be reported again.
+    void Fail(const std::string &strWhat);
+
     mutable std::mutex m_csFileRequest;
     std::string m_strFileRequest;  // the file wanted; m_strFile is the file in use
+    std::string m_strReported;     // the file whose failure was last reported
 };

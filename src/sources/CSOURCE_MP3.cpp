@@ -8,7 +8,6 @@
 #include <cstring>
 
 #include "platform/Paths.h"
-#include "platform/Report.h"
 #include "sources/CSOURCE_WAVE.h"
 
 QK_IMPLEMENT_SERIAL(CSOURCE_MP3)
@@ -41,14 +40,6 @@ CSOURCE_MP3::~CSOURCE_MP3() = default;
 void CSOURCE_MP3::Serialize(qk::CArchive &ar) {
     CSOURCE_FILE::Serialize(ar);
     qk::SerializeVersion(ar);
-}
-
-void CSOURCE_MP3::Fail(const std::string &strWhat) {
-    // _init runs again at every block while the file is missing: one report a file name.
-    if (m_strReported != m_strFile) {
-        m_strReported = m_strFile;
-        qk::Report(m_strFile + ": " + strWhat, "Quendarik", qk::Severity::Error);
-    }
 }
 
 void CSOURCE_MP3::ResetConverter() {
@@ -178,17 +169,6 @@ bool CSOURCE_MP3::FillConverted(int iLength, int iSampleRate) {
         }
         std::fill(out + produced, out + iLength, 0.0f);
     }
-    return true;
-}
-
-bool CSOURCE_MP3::TakeRequest() {
-    // Compared in place, so that a block with no new request copies no text. An empty request
-    // is no request: the file given at creation stays in use.
-    std::lock_guard<std::mutex> guard(m_csFileRequest);
-    if (m_strFileRequest.empty() || m_strFileRequest == m_strFile) {
-        return false;
-    }
-    m_strFile = m_strFileRequest;
     return true;
 }
 

@@ -64,8 +64,6 @@ class CSOURCE_MP3 : public CSOURCE_FILE {
     int m_iReserved2 = 0;
 
   private:
-    // Takes over a file asked for by SetFile; true when there is one.
-    bool TakeRequest();
     // Decodes iFrames frames into m_pbInput, starting again behind the offset at the end of
     // the file. Fewer come back only when the file has nothing to play.
     int DecodeLooping(int iFrames);
@@ -74,7 +72,6 @@ class CSOURCE_MP3 : public CSOURCE_FILE {
     // can't be reached.
     bool FillConverted(int iLength, int iSampleRate);
     void ResetConverter();
-    void Fail(const std::string &strWhat);
 
     std::vector<int16_t> m_pbInput;  // decoded frames, interleaved
     std::vector<float> m_pbOutput;   // converted frames, interleaved
@@ -88,5 +85,4 @@ class CSOURCE_MP3 : public CSOURCE_FILE {
     std::vector<float> m_pending;  // decoded frames, interleaved floats, not yet converted
     int m_iPendingAt = 0;
     int m_iPendingFrames = 0;
-    std::string m_strReported;  // the file whose failure was last reported
 };

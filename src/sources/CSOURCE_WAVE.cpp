@@ -3,8 +3,6 @@
 #include <cmath>
 #include <cstring>
 
-#include "platform/Report.h"
-
 QK_IMPLEMENT_SERIAL(CSOURCE_WAVE)
 
 namespace {
@@ -24,14 +22,6 @@ CSOURCE_WAVE::~CSOURCE_WAVE() {
 void CSOURCE_WAVE::Serialize(qk::CArchive &ar) {
     CSOURCE_FILE::Serialize(ar);
     qk::SerializeVersion(ar);
-}
-
-void CSOURCE_WAVE::Fail(const char *pcWhat) {
-    // _init runs again at every block while the file is missing: one report a file name.
-    if (m_strReported != m_strFile) {
-        m_strReported = m_strFile;
-        qk::Report(m_strFile + ": " + pcWhat, "Quendarik", qk::Severity::Error);
-    }
 }
 
 uint32_t CSOURCE_WAVE::Read(uint8_t *pbDest, uint32_t iBytes) {

@@ -55,7 +55,6 @@ class CSOURCE_WAVE : public CSOURCE_FILE {
     // A block through the converter: exactly iLength frames at iSampleRate.
     int ProcessConverted(int iLength, int iSampleRate);
     void ApplyGain(int iFrames);
-    void Fail(const char *pcWhat);
 
     HMMIO m_hmmio = nullptr;
     WAVEFORMATEX *m_pwfx = nullptr;  // owned by the wave file layer
@@ -64,5 +63,4 @@ class CSOURCE_WAVE : public CSOURCE_FILE {
     std::vector<uint8_t> m_bytes;  // one block of file bytes; grows, never per block
     std::vector<float> m_resampleIn;
     CFileResampler m_resampler;
-    std::string m_strReported;  // the file whose failure was last reported
 };

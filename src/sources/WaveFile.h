@@ -44,6 +44,20 @@ constexpr int kWaveMaxChannels = 256;
 constexpr uint32_t kWaveMaxSampleRate = 1000000;  // Hz
 constexpr int kWaveMaxBits = 64;
 
+// The record of integer PCM with the given layout: whole bytes a sample (iBits / 8, as the
+// devices and the sink count them), no extra bytes.
+inline WAVEFORMATEX PcmWaveFormat(int iChannels, int iSampleRate, int iBits) {
+    WAVEFORMATEX wfx{};
+    wfx.wFormatTag = WAVE_FORMAT_PCM;
+    wfx.nChannels = static_cast<uint16_t>(iChannels);
+    wfx.nSamplesPerSec = static_cast<uint32_t>(iSampleRate);
+    wfx.wBitsPerSample = static_cast<uint16_t>(iBits);
+    wfx.nBlockAlign = static_cast<uint16_t>(iBits / 8 * iChannels);
+    wfx.nAvgBytesPerSec = wfx.nBlockAlign * wfx.nSamplesPerSec;
+    wfx.cbSize = 0;
+    return wfx;
+}
+
 // The extra bytes that follow a format record read from a file.
 inline const uint8_t *WaveFormatExtra(const WAVEFORMATEX *pwfx) {
     return reinterpret_cast<const uint8_t *>(pwfx) + sizeof(WAVEFORMATEX);

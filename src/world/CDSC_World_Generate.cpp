@@ -11,23 +11,22 @@ struct Box {
     float xMin = 0, xMax = 0, yMin = 0, yMax = 0, zMin = 0, zMax = 0;
 };
 
+// Widens [lo, hi] to hold v.
+void widenRange(float v, float &lo, float &hi) {
+    if (v > hi)
+        hi = v;
+    if (v < lo)
+        lo = v;
+}
+
 void widen(Box &box, const C3Point &p, bool first) {
     if (first) {
         box = {p.x, p.x, p.y, p.y, p.z, p.z};
         return;
     }
-    if (p.x > box.xMax)
-        box.xMax = p.x;
-    if (p.x < box.xMin)
-        box.xMin = p.x;
-    if (p.y > box.yMax)
-        box.yMax = p.y;
-    if (p.y < box.yMin)
-        box.yMin = p.y;
-    if (p.z > box.zMax)
-        box.zMax = p.z;
-    if (p.z < box.zMin)
-        box.zMin = p.z;
+    widenRange(p.x, box.xMin, box.xMax);
+    widenRange(p.y, box.yMin, box.yMax);
+    widenRange(p.z, box.zMin, box.zMax);
 }
 
 // The plane's own box. The last test writes a lower z into the x minimum: the z minimum
@@ -39,14 +38,8 @@ void widenPlane(CVRPlane &plane, const C3Point &p, bool first) {
         plane.m_fMinZ = plane.m_fMaxZ = p.z;
         return;
     }
-    if (p.x > plane.m_fMaxX)
-        plane.m_fMaxX = p.x;
-    if (p.x < plane.m_fMinX)
-        plane.m_fMinX = p.x;
-    if (p.y > plane.m_fMaxY)
-        plane.m_fMaxY = p.y;
-    if (p.y < plane.m_fMinY)
-        plane.m_fMinY = p.y;
+    widenRange(p.x, plane.m_fMinX, plane.m_fMaxX);
+    widenRange(p.y, plane.m_fMinY, plane.m_fMaxY);
     if (p.z > plane.m_fMaxZ)
         plane.m_fMaxZ = p.z;
     if (p.z < plane.m_fMinZ)
@@ -57,6 +50,19 @@ void widenPlane(CVRPlane &plane, const C3Point &p, bool first) {
 double cellsOn(float lo, float hi, double cell) {
     const double span = static_cast<double>(hi) - static_cast<double>(lo) - cell / 2.0;
     return span < 0.0 ? 0.0 : std::floor(span / cell) + 1.0;
+}
+
+// Generates each entry in order, leaving the last result in result; false at the first that
+// fails, with its result. An empty list leaves result as it was.
+template <typename List>
+bool generateEach(List &list, int &result) {
+    for (auto &entry : list) {
+        result = entry->Generate();
+        if (result != 0) {
+            return false;
+        }
+    }
+    return true;
 }
 }  // namespace
 
@@ -114,21 +120,9 @@ int CDSC_World::Generate() {
                   std::fabs(m_fZMin) + std::fabs(m_fZMax)});
     m_fVolume = CountVolume();
 
-    for (auto &source : m_VRSources) {
-        result = source->Generate();
-        if (result != 0) {
-            m_Planes.clear();
-            m_Points.clear();
-            return result;
-        }
-    }
-    for (auto &client : m_VRClients) {
-        result = client->Generate();
-        if (result != 0) {
-            m_Planes.clear();
-            m_Points.clear();
-            return result;
-        }
+    if (!generateEach(m_VRSources, result) || !generateEach(m_VRClients, result)) {
+        m_Planes.clear();
+        m_Points.clear();
     }
     return result;
 }

@@ -20,6 +20,20 @@ float squaredXY(const C3Point &a, const C3Point &b) {
     return dx * dx + dy * dy;
 }
 
+// 1 when segment a-b meets, by meets, an edge of the outline whose first corner lies no
+// farther from a than b does (in plan); 0 otherwise.
+int meetsOutline(const CPolygon &polygon, const C3Point &a, const C3Point &b,
+                 bool (*meets)(C3Point, C3Point, C3Point, C3Point)) {
+    const float d2 = squaredXY(a, b);
+    for (int i = 0; i + 1 < polygon.GetSize(); ++i) {
+        if (squaredXY(a, polygon.Point(i)) <= d2 &&
+            meets(a, b, polygon.Point(i), polygon.Point(i + 1))) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
 // A work copy of the first n corners of a polygon; false when it can't be had.
 bool copyCorners(const CPolygon &from, int n, CPolygon &to) {
     if (to.SetSize(n) == 0) {
@@ -27,6 +41,34 @@ bool copyCorners(const CPolygon &from, int n, CPolygon &to) {
     }
     for (int i = 0; i < n; ++i) {
         to.SetAt(i, from.Point(i));
+    }
+    return true;
+}
+
+// Clips ears off the work copy until fewer than four corners are left. Each ear's triangle
+// goes to take as corners (i, j, k) of the copy, before its middle corner j is taken out; a
+// corner on a line with its neighbours is taken out without a triangle. False when four or
+// more corners are left and none of them is an ear.
+template <typename Take>
+bool clipEars(CPolygon &work, Take take) {
+    while (work.GetSize() >= 4) {
+        const int s = work.GetSize();
+        bool found = false;
+        for (int i = 0; i < s && !found; ++i) {
+            const int j = (i + 1) % s;
+            const int k = (j + 1) % s;
+            if (work.Diagonal(i, k) != 0) {
+                take(i, j, k);
+                work.Delete(j);
+                found = true;
+            } else if (Collinear(work.Point(k), work.Point(j), work.Point(i))) {
+                work.Delete(j);
+                found = true;
+            }
+        }
+        if (!found) {
+            return false;
+        }
     }
     return true;
 }
@@ -96,27 +138,14 @@ int CPolygon::Triangulate(CPolygon *out) const {
     if (!copyCorners(*this, n - 1, work)) {
         return 0;
     }
-    while (work.GetSize() >= 4) {
-        const int s = work.GetSize();
-        bool found = false;
-        for (int i = 0; i < s && !found; ++i) {
-            const int j = (i + 1) % s;
-            const int k = (j + 1) % s;
-            if (work.Diagonal(i, k) != 0) {
-                out->AppendRun(work.Point(i));
-                out->AppendRun(work.Point(j));
-                out->AppendRun(work.Point(k));
-                work.Delete(j);
-                found = true;
-            } else if (Collinear(work.Point(k), work.Point(j), work.Point(i))) {
-                work.Delete(j);
-                found = true;
-            }
-        }
-        if (!found) {
-            out->SetSize(out->GetSize());
-            return 0;
-        }
+    const bool clipped = clipEars(work, [&](int i, int j, int k) {
+        out->AppendRun(work.Point(i));
+        out->AppendRun(work.Point(j));
+        out->AppendRun(work.Point(k));
+    });
+    if (!clipped) {
+        out->SetSize(out->GetSize());
+        return 0;
     }
     if (work.GetSize() == 3) {
         out->AppendRun(work.Point(0));
@@ -214,25 +243,8 @@ int CPolygon::GetAttributes(float *area, C3Point *centroid, C3Point *normal, flo
         return 0;
     }
     Attributes sums;
-    while (work.GetSize() >= 4) {
-        const int s = work.GetSize();
-        bool found = false;
-        for (int i = 0; i < s && !found; ++i) {
-            const int j = (i + 1) % s;
-            const int k = (j + 1) % s;
-            if (work.Diagonal(i, k) != 0) {
-                sums.Accumulate(work, i, j, k);
-                work.Delete(j);
-                found = true;
-            } else if (Collinear(work.Point(k), work.Point(j), work.Point(i))) {
-                work.Delete(j);
-                found = true;
-            }
-        }
-        if (!found) {
-            break;
-        }
-    }
+    // Where no ear is left, the first three corners that remain still give the last triangle.
+    clipEars(work, [&](int i, int j, int k) { sums.Accumulate(work, i, j, k); });
     if (work.GetSize() >= 3) {
         sums.Accumulate(work, 0, 1, 2);
     }
@@ -266,25 +278,9 @@ int CPolygon::GetAttributes(float *area, C3Point *centroid, C3Point *normal, flo
 }
 
 int CPolygon::Intersected(const C3Point &a, const C3Point &b) const {
-    const float d2 = squaredXY(a, b);
-    for (int i = 0; i + 1 < m_size; ++i) {
-        if (squaredXY(a, m_points[static_cast<size_t>(i)]) <= d2 &&
-            Intersect(a, b, m_points[static_cast<size_t>(i)],
-                      m_points[static_cast<size_t>(i + 1)])) {
-            return 1;
-        }
-    }
-    return 0;
+    return meetsOutline(*this, a, b, Intersect);
 }
 
 int CPolygon::IntersectedProp(const C3Point &a, const C3Point &b) const {
-    const float d2 = squaredXY(a, b);
-    for (int i = 0; i + 1 < m_size; ++i) {
-        if (squaredXY(a, m_points[static_cast<size_t>(i)]) <= d2 &&
-            IntersectProp(a, b, m_points[static_cast<size_t>(i)],
-                          m_points[static_cast<size_t>(i + 1)])) {
-            return 1;
-        }
-    }
-    return 0;
+    return meetsOutline(*this, a, b, IntersectProp);
 }

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <climits>
+#include <string>
+#include <vector>
 
 #include "platform/Archive.h"
 #include "world/CDSC_Scene.h"
@@ -189,31 +191,26 @@ int CVRPoint::GenerateFunction(const std::string &expr, float & /*out*/) {
     if (text.empty()) {
         return kMalformed;
     }
-    const size_t cut = text.find("cut");
-    if (cut != std::string::npos) {
-        std::string ids[kCutIds];
-        if (ReadIds(text, cut + 3, kCutIds, ids) != 0) {
+    // The count ids after a function's name, where the name is in the text, must read and
+    // be known corners.
+    const auto checkIds = [&](const std::string &name, int count) {
+        const size_t at = text.find(name);
+        if (at == std::string::npos) {
+            return 0;
+        }
+        std::vector<std::string> ids(static_cast<size_t>(count));
+        if (ReadIds(text, at + name.size(), count, ids.data()) != 0) {
             return kMalformed;
         }
-        for (int i = 0; i < kCutIds; ++i) {
-            if (LookUp(ids[i]) != 0) {
+        for (const std::string &id : ids) {
+            if (LookUp(id) != 0) {
                 return kNotFound;
             }
         }
-    }
-    const size_t lock = text.find("lock");
-    if (lock != std::string::npos) {
-        std::string ids[kLockIds];
-        if (ReadIds(text, lock + 4, kLockIds, ids) != 0) {
-            return kMalformed;
-        }
-        for (int i = 0; i < kLockIds; ++i) {
-            if (LookUp(ids[i]) != 0) {
-                return kNotFound;
-            }
-        }
-    }
-    return 0;
+        return 0;
+    };
+    const int cut = checkIds("cut", kCutIds);
+    return cut != 0 ? cut : checkIds("lock", kLockIds);
 }
 
 void CVRPoint::Serialize(qk::CArchive &ar) {

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -78,6 +79,18 @@ bool parserStart(const std::string &line, std::string &out) {
 std::string removeKeyword(const std::string &text, const char *keyword) {
     const size_t first = text.find_first_not_of(keyword);
     return first == std::string::npos ? std::string() : text.substr(first);
+}
+
+// A keyword line read from its first word after the keyword; nothing for an empty line or a
+// comment.
+std::optional<Cursor> afterKeyword(const std::string &line, const char *keyword) {
+    std::string text;
+    if (!parserStart(line, text)) {
+        return std::nullopt;
+    }
+    Cursor c(removeKeyword(text, keyword));
+    c.SkipBlanks();
+    return c;
 }
 
 bool startsWith(const std::string &text, const char *prefix) {
@@ -377,13 +390,11 @@ void CWorldTextReader::ParsePlane(const std::string &line, Lines &lines, CDSC_Sc
 
 void CWorldTextReader::ParseInclude(const std::string &line, const char *keyword,
                                     CDSC_Scene *pScene) {
-    std::string text;
-    if (!parserStart(line, text)) {
+    std::optional<Cursor> c = afterKeyword(line, keyword);
+    if (!c) {
         return;
     }
-    Cursor c(removeKeyword(text, keyword));
-    c.SkipBlanks();
-    const std::string name = c.Until(" ;");
+    const std::string name = c->Until(" ;");
     if (!name.empty()) {
         pScene->m_Includes.push_back(name);
     }
@@ -391,13 +402,11 @@ void CWorldTextReader::ParseInclude(const std::string &line, const char *keyword
 
 void CWorldTextReader::ParseOffset(const std::string &line, const char *keyword,
                                    CDSC_Scene *pScene) {
-    std::string text;
-    if (!parserStart(line, text)) {
+    std::optional<Cursor> c = afterKeyword(line, keyword);
+    if (!c) {
         return;
     }
-    Cursor c(removeKeyword(text, keyword));
-    c.SkipBlanks();
-    const std::string number = c.Until(" ;");
+    const std::string number = c->Until(" ;");
     if (number.empty()) {
         return;
     }
@@ -411,15 +420,13 @@ void CWorldTextReader::ParseOffset(const std::string &line, const char *keyword,
 }
 
 void CWorldTextReader::ParseMirror(const std::string &line, CDSC_Scene *pScene) {
-    std::string text;
-    if (!parserStart(line, text)) {
+    std::optional<Cursor> c = afterKeyword(line, "MIRROR");
+    if (!c) {
         return;
     }
-    Cursor c(removeKeyword(text, "MIRROR"));
-    c.SkipBlanks();
-    const std::string corners = c.Until(" ;");
-    c.SkipBlanks();
-    const std::string planes = c.Until(" ;");
+    const std::string corners = c->Until(" ;");
+    c->SkipBlanks();
+    const std::string planes = c->Until(" ;");
     if (!corners.empty() && !planes.empty()) {
         pScene->m_iMirror = 1;
         pScene->m_iMirrorCorners = vrtext::ToInt(corners);
@@ -428,28 +435,26 @@ void CWorldTextReader::ParseMirror(const std::string &line, CDSC_Scene *pScene) 
 }
 
 void CWorldTextReader::ParseMaterial(const std::string &line) {
-    std::string text;
-    if (!parserStart(line, text)) {
+    std::optional<Cursor> c = afterKeyword(line, "ABS");
+    if (!c) {
         return;
     }
-    Cursor c(removeKeyword(text, "ABS"));
-    c.SkipBlanks();
-    const std::string name = c.Until(" ;");
+    const std::string name = c->Until(" ;");
     if (name.empty()) {
         return;
     }
-    c.SkipBlanks();
-    if (c.Until(" ") != "=") {
+    c->SkipBlanks();
+    if (c->Until(" ") != "=") {
         return;
     }
     // The numbers are read to be dropped: a material line only asks whether the material
     // should be added, and neither answer adds it.
     std::string absorption[kMaterialFields];
     std::string scattering[kMaterialFields];
-    readMaterialFields(c, absorption);
-    c.SkipBlanks();
-    c.Until(" ;");
-    readMaterialFields(c, scattering);
+    readMaterialFields(*c, absorption);
+    c->SkipBlanks();
+    c->Until(" ;");
+    readMaterialFields(*c, scattering);
 
     using namespace qk::table;
     Code4 code;

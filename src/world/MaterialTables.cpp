@@ -53,6 +53,21 @@ int codeOr(const Code4 &code, int fallback) {
     return code.errorCode != 0 ? code.errorCode : fallback;
 }
 
+// Appends a row with that ID to the table at path, its other fields set by fill. The append's
+// result, or the open's error.
+template <typename Fill>
+int appendRow(Code4 &code, const std::string &path, int iID, Fill fill) {
+    Table table(d4open(&code, path));
+    if (!table) {
+        return codeOr(code, e4open);
+    }
+    Data4 *d4 = table.get();
+    d4appendStart(d4, 0);
+    f4assignInt(d4field(d4, "ID"), iID);
+    fill(d4);
+    return d4append(d4);
+}
+
 // Holds an exclusive lock on a file of the folder, so that two programs starting at once
 // don't both find the tables missing and both write the default rows.
 class FolderLock {
@@ -184,37 +199,24 @@ int MaterialTables::EnsureDefaults(Code4 &code) {
 int MaterialTables::AddMaterial(Code4 &code, const std::string &path, int iID,
                                 const std::string &strName, const std::string &strCategory,
                                 const std::string &strImage, const float afCoeff[8]) {
-    Table table(d4open(&code, path));
-    if (!table) {
-        return codeOr(code, e4open);
-    }
-    Data4 *d4 = table.get();
-    d4appendStart(d4, 0);
-    f4assignInt(d4field(d4, "ID"), iID);
-    f4assign(d4field(d4, "MATERIAL"), strName.c_str());
-    f4assign(d4field(d4, "CATEGORY"), strCategory.c_str());
-    f4assign(d4field(d4, "IMAGE"), strImage.c_str());
-    f4assign(d4field(d4, "COLOR"), "");
-    f4assign(d4field(d4, "DESC"), "");
-    for (int band = 0; band < 8; ++band) {
-        char text[64];
-        std::snprintf(text, sizeof(text), "%.0f", static_cast<double>(afCoeff[band]));
-        f4assign(d4field(d4, kBandFields[band]), text);
-    }
-    return d4append(d4);
+    return appendRow(code, path, iID, [&](Data4 *d4) {
+        f4assign(d4field(d4, "MATERIAL"), strName.c_str());
+        f4assign(d4field(d4, "CATEGORY"), strCategory.c_str());
+        f4assign(d4field(d4, "IMAGE"), strImage.c_str());
+        f4assign(d4field(d4, "COLOR"), "");
+        f4assign(d4field(d4, "DESC"), "");
+        for (int band = 0; band < 8; ++band) {
+            char text[64];
+            std::snprintf(text, sizeof(text), "%.0f", static_cast<double>(afCoeff[band]));
+            f4assign(d4field(d4, kBandFields[band]), text);
+        }
+    });
 }
 
 int MaterialTables::AddCategory(Code4 &code, const std::string &path, int iID,
                                 const std::string &strName) {
-    Table table(d4open(&code, path));
-    if (!table) {
-        return codeOr(code, e4open);
-    }
-    Data4 *d4 = table.get();
-    d4appendStart(d4, 0);
-    f4assignInt(d4field(d4, "ID"), iID);
-    f4assign(d4field(d4, "CATEGORY"), strName.c_str());
-    return d4append(d4);
+    return appendRow(code, path, iID,
+                     [&](Data4 *d4) { f4assign(d4field(d4, "CATEGORY"), strName.c_str()); });
 }
 
 int MaterialTables::ListField(Code4 &code, const std::string &path, const std::string &strField,
