@@ -15,8 +15,17 @@
 #define QK_VECTORIZE
 #endif
 
-#if defined(__x86_64__) && defined(__linux__) && !defined(__SANITIZE_ADDRESS__) && \
-    !defined(__SANITIZE_THREAD__)
+// Clang tells of its sanitizers through __has_feature only.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define QK_SANITIZED 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define QK_SANITIZED 1
+#endif
+
+#if defined(__x86_64__) && defined(__linux__) && !defined(QK_SANITIZED)
 #define QK_VECTORIZE_WIDE QK_VECTORIZE __attribute__((target_clones("avx2", "default")))
 #else
 #define QK_VECTORIZE_WIDE QK_VECTORIZE
