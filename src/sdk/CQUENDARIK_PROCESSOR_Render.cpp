@@ -211,10 +211,15 @@ void renderGroup(void *context, int g) {
     // bits as a sum of its own added to them.
     CFrequencyMix &sums = g == 0 ? *work.mix : *(*work.groups)[static_cast<size_t>(g)];
     const size_t objects = work.objects->size();
+    const size_t begin = groupStart(objects, work.groupCount, static_cast<size_t>(g));
     const size_t end = groupStart(objects, work.groupCount, static_cast<size_t>(g) + 1);
-    for (size_t i = groupStart(objects, work.groupCount, static_cast<size_t>(g)); i < end; ++i) {
+    // The moves first, in one pass: the hosts' writes are fetched together rather than one
+    // at a time between the sources' work.
+    for (size_t i = begin; i < end; ++i) {
+        (*work.objects)[i]->TakeMove();
+    }
+    for (size_t i = begin; i < end; ++i) {
         CQUENDARIC_Object_Source *object = (*work.objects)[i];
-        object->TakeMove();
         if (object->RendersInPhases()) {
             object->PrepareBlockInto(work.n, work.iRate, sums);
         }
