@@ -83,12 +83,12 @@ std::string fileState(const std::string &strFile) {
 // request stands, and a file that hasn't changed since it failed is neither read nor reported.
 int loadSet(std::unique_ptr<CHELPER_HRTF> &pSet, const std::string &strPath, bool bCheckFile,
             int iSampleRate, std::string &strFailed) {
-    if (pSet == nullptr) {
-        pSet = std::make_unique<CHELPER_HRTF>();
-    }
     // The set in use stays made, and empty, without a path; the canceller's goes on to the
     // load, which fails and drops it.
     if (bCheckFile && strPath.empty()) {
+        if (pSet == nullptr) {
+            pSet = std::make_unique<CHELPER_HRTF>();
+        }
         return -1;
     }
     const std::string file = qk::ResolveDataPath(strPath);
@@ -96,6 +96,9 @@ int loadSet(std::unique_ptr<CHELPER_HRTF> &pSet, const std::string &strPath, boo
     if (state == strFailed) {
         pSet.reset();
         return -1;
+    }
+    if (pSet == nullptr) {
+        pSet = std::make_unique<CHELPER_HRTF>();
     }
     if (bCheckFile) {
         std::FILE *test = std::fopen(file.c_str(), "rb");

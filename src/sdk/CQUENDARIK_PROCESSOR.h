@@ -4,6 +4,7 @@
 // messages between blocks, until "stop".
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -331,6 +332,8 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     std::unique_ptr<qk::CWorkerPool> m_pWorkers;
     // The enabled sources of the block being rendered in phases; keeps its capacity.
     std::vector<CQUENDARIC_Object_Source *> m_blockObjects;
+    // When the block path next looks for a canceller's set that failed to load.
+    std::chrono::steady_clock::time_point m_nextCTCLook{};
     // The spectrum sums of the groups of sources a block is summed by; kept across blocks.
     std::vector<std::unique_ptr<CFrequencyMix>> m_groupMixes;
     const int m_iDefaultThreads = qk::CWorkerPool::DefaultThreads();

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cmath>
 
 #include "sdk/CQUENDARIK_PROCESSOR.h"
@@ -297,7 +298,13 @@ void CQUENDARIK_PROCESSOR::FollowHRTFRequests() {
     }
     if (p.HRTFRequestPendingCTC() || p.m_pHRTF_CTC == nullptr) {
         m_CrossTalk.m_iInitialized = 0;
-        p.SetHRTF_CTC();
+        // A canceller's set that failed to load is looked for again once a second, not at
+        // every block: each look is a walk of the folders and a few allocations. A new
+        // request is taken at once.
+        const auto now = std::chrono::steady_clock::now();
+        if (p.HRTFRequestPendingCTC() || now >= m_nextCTCLook) {
+            m_nextCTCLook = p.SetHRTF_CTC() == 0 ? now : now + std::chrono::seconds(1);
+        }
     }
 }
 
