@@ -1,5 +1,7 @@
 #include "platform/Thread.h"
 
+#include <algorithm>
+
 #include <pthread.h>
 #include <sched.h>
 
@@ -38,31 +40,50 @@ void CWinThread::ThreadMain() {
     }
 }
 
+void CWinThread::Push(const ThreadMessage &msg) {
+    if (m_count == m_ring.size()) {
+        std::vector<ThreadMessage> grown(std::max<size_t>(16, 2 * m_ring.size()));
+        for (size_t i = 0; i < m_count; ++i) {
+            grown[i] = m_ring[(m_head + i) % m_ring.size()];
+        }
+        m_ring.swap(grown);
+        m_head = 0;
+    }
+    m_ring[(m_head + m_count) % m_ring.size()] = msg;
+    ++m_count;
+}
+
+ThreadMessage CWinThread::Pop() {
+    const ThreadMessage msg = m_ring[m_head];
+    m_head = (m_head + 1) % m_ring.size();
+    --m_count;
+    return msg;
+}
+
 void CWinThread::PostThreadMessage(unsigned message, uintptr_t wParam, intptr_t lParam) {
     {
         std::lock_guard<std::mutex> guard(m_queueMutex);
-        m_queue.push_back(ThreadMessage{message, wParam, lParam});
+        Push(ThreadMessage{message, wParam, lParam});
     }
     m_queueCv.notify_one();
 }
 
 bool CWinThread::PeekMessage() const {
     std::lock_guard<std::mutex> guard(m_queueMutex);
-    return !m_queue.empty();
+    return m_count != 0;
 }
 
 bool CWinThread::WaitForMessage(std::chrono::steady_clock::time_point until) const {
     std::unique_lock<std::mutex> lock(m_queueMutex);
-    return m_queueCv.wait_until(lock, until, [this] { return !m_queue.empty(); });
+    return m_queueCv.wait_until(lock, until, [this] { return m_count != 0; });
 }
 
 bool CWinThread::PumpMessage() {
     ThreadMessage msg;
     {
         std::unique_lock<std::mutex> lock(m_queueMutex);
-        m_queueCv.wait(lock, [this] { return !m_queue.empty(); });
-        msg = m_queue.front();
-        m_queue.pop_front();
+        m_queueCv.wait(lock, [this] { return m_count != 0; });
+        msg = Pop();
     }
     if (msg.message == kMsgQuit) {
         return false;

@@ -7,9 +7,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace qk {
 
@@ -63,7 +63,13 @@ class CWinThread {
 
     mutable std::mutex m_queueMutex;
     mutable std::condition_variable m_queueCv;
-    std::deque<ThreadMessage> m_queue;
+    // The queue, under m_queueMutex: a ring that grows by doubling and never shrinks, so that
+    // a steady flow of messages allocates nothing.
+    std::vector<ThreadMessage> m_ring;
+    size_t m_head = 0;
+    size_t m_count = 0;
+    void Push(const ThreadMessage &msg);
+    ThreadMessage Pop();
     std::thread m_thread;
     std::atomic<std::thread::id> m_threadId{};
 };

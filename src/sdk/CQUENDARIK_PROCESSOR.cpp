@@ -26,6 +26,9 @@ struct CQUENDARIK_PROCESSOR::WinAmpCall {
     int iSampleRate = 0;
     qk::Relaxed<int> iResult = 0;
     qk::CEvent evtDone;
+    // The message's own reference, taken over by the engine thread when it runs the call:
+    // the call lives on for the engine when the caller has given up waiting.
+    std::shared_ptr<WinAmpCall> self;
 };
 
 CQUENDARIK_PROCESSOR::CQUENDARIK_PROCESSOR() {
@@ -182,13 +185,12 @@ void CQUENDARIK_PROCESSOR::OnStop(uintptr_t, intptr_t) {
 }
 
 void CQUENDARIK_PROCESSOR::OnProcessWinAmp(uintptr_t wParam, intptr_t) {
-    // The message owns one reference to the call; the caller may have given up already.
-    std::unique_ptr<std::shared_ptr<WinAmpCall>> holder(
-        reinterpret_cast<std::shared_ptr<WinAmpCall> *>(wParam));
-    if (!holder || !*holder) {
+    auto *pCall = reinterpret_cast<WinAmpCall *>(wParam);
+    if (pCall == nullptr) {
         return;
     }
-    WinAmpCall &call = **holder;
+    const std::shared_ptr<WinAmpCall> keep = std::move(pCall->self);
+    WinAmpCall &call = *pCall;
     const int result = _processWinAmp(call.iLength, call.iBits, call.iChannels, call.iSampleRate);
     call.iResult = result;
     s_iWinAmpResult = result;
@@ -201,17 +203,31 @@ int CQUENDARIK_PROCESSOR::_processWinAmpThread(int iLength, int iBits, int iChan
     if (HasExited()) {
         return 0;  // nobody would ever run the message
     }
-    auto call = std::make_shared<WinAmpCall>();
+    // A host asking for block after block reuses one call once the engine has let it go; a
+    // second host thread asking at the same time, or a call the engine still holds, gets a
+    // new one.
+    const bool bOwn = !m_bWinAmpCallBusy.exchange(true, std::memory_order_acquire);
+    std::shared_ptr<WinAmpCall> call;
+    if (bOwn && m_pWinAmpCall != nullptr && m_pWinAmpCall.use_count() == 1) {
+        call = m_pWinAmpCall;
+        call->evtDone.ResetEvent();
+    } else {
+        call = std::make_shared<WinAmpCall>();
+    }
     call->iLength = iLength;
     call->iBits = iBits;
     call->iChannels = iChannels;
     call->iSampleRate = iSampleRate;
-    auto *message = new std::shared_ptr<WinAmpCall>(call);
-    PostThreadMessage(kMsgProcessWinAmp, reinterpret_cast<uintptr_t>(message), 0);
-    if (!call->evtDone.Lock(kWinAmpTimeout)) {
-        return 0;
+    call->self = call;
+    PostThreadMessage(kMsgProcessWinAmp, reinterpret_cast<uintptr_t>(call.get()), 0);
+    const bool bDone = call->evtDone.Lock(kWinAmpTimeout);
+    const int result = bDone ? static_cast<int>(call->iResult) : 0;
+    if (bOwn) {
+        // A call given up on is never reused: the engine may still be writing it.
+        m_pWinAmpCall = bDone ? std::move(call) : nullptr;
+        m_bWinAmpCallBusy.store(false, std::memory_order_release);
     }
-    return call->iResult;
+    return result;
 }
 
 CSOURCE *CQUENDARIK_PROCESSOR::GetSourceFromID(int iID) {

@@ -4,6 +4,7 @@
 // messages between blocks, until "stop".
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <mutex>
@@ -287,6 +288,10 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
 
   private:
     struct WinAmpCall;
+    // The call _processWinAmpThread reuses from block to block, and whether a host thread is
+    // using it.
+    std::shared_ptr<WinAmpCall> m_pWinAmpCall;
+    std::atomic<bool> m_bWinAmpCallBusy{false};
 
     // Makes the move directory anew from the lists; under the lock, after every change.
     void RefreshMoves();
