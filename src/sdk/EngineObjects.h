@@ -1,5 +1,5 @@
 // One virtual source or listener of the engine, found by id and used under the engine lock:
-// the part that every handler of a single object shares.
+// what every handler of a single object does first.
 #pragma once
 
 #include <mutex>

@@ -31,7 +31,7 @@ class ReportRecorder {
         }
         return texts;
     }
-    // Whether any text so far holds the part.
+    // Whether any text so far holds the phrase.
     bool Told(const std::string &part) const {
         for (const Entry &e : entries) {
             if (e.text.find(part) != std::string::npos) {
