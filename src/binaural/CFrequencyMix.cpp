@@ -108,35 +108,23 @@ void CFrequencyMix::Finish(float *pfBlock) {
     m_bActive = false;
 }
 
-QK_VECTORIZE_WIDE void CFrequencyMix::TakeRange(CFrequencyMix &other, int iFrom, int iTo) {
+QK_VECTORIZE_WIDE void CFrequencyMix::Take(CFrequencyMix &other) {
     if (!m_bActive || !other.m_bActive || other.m_iBlock != m_iBlock) {
         return;
     }
-    const int floats = Floats();
-    const int from = std::max(iFrom, 0);
-    const int to = std::min(iTo, floats);
+    const int floats = 2 * m_iPartitions * Floats();
     for (int kind = 0; kind < kKinds; ++kind) {
         if (!other.m_used[kind]) {
             continue;
         }
-        for (int s = 0; s < 2 * m_iPartitions; ++s) {
-            float *__restrict sum = m_sums[kind] + s * floats;
-            float *__restrict add = other.m_sums[kind] + s * floats;
-            for (int i = from; i < to; ++i) {
-                sum[i] += add[i];
-                add[i] = 0.0f;
-            }
+        float *__restrict sum = m_sums[kind];
+        float *__restrict add = other.m_sums[kind];
+        for (int i = 0; i < floats; ++i) {
+            sum[i] += add[i];
+            add[i] = 0.0f;
         }
+        m_used[kind] = true;
     }
-}
-
-void CFrequencyMix::AddMarks(const CFrequencyMix &other) {
-    for (int kind = 0; kind < kKinds; ++kind) {
-        m_used[kind] = m_used[kind] || other.m_used[kind];
-    }
-}
-
-void CFrequencyMix::Taken() {
-    m_used = {};
-    m_bActive = false;
+    other.m_used = {};
+    other.m_bActive = false;
 }

@@ -43,13 +43,9 @@ class CFrequencyMix {
     // one thread, before Finish.
     void MarkUsed(Kind kind) { m_used[kind] = true; }
     bool Used(Kind kind) const { return m_used[kind]; }
-    // Moves the floats iFrom .. iTo of every sum another mix of the same block used into this
-    // mix's sums: added here, zeroed there. Several threads may take distinct floats at
-    // once. AddMarks marks here the kinds the other used; Taken ends the other's block once
-    // all its floats are taken. Both on one thread.
-    void TakeRange(CFrequencyMix &other, int iFrom, int iTo);
-    void AddMarks(const CFrequencyMix &other);
-    void Taken();
+    // Moves every sum another mix of the same block used into this mix's sums (added here,
+    // zeroed there, and marked used here), and ends the other's block.
+    void Take(CFrequencyMix &other);
     int Partitions() const { return m_iPartitions; }
     bool Active() const { return m_bActive; }
     int BlockLength() const { return m_iBlock; }

@@ -316,52 +316,6 @@ void CSERVICE_PARTITIONED_HRTF::AccumulateFading(int iAge, CFrequencyMix &mix, i
     }
 }
 
-bool CSERVICE_PARTITIONED_HRTF::PushBlock(const float *pfIn, int n, const CFrequencyMix &mix) {
-    if (m_pFFTSpec == nullptr || n != m_iBlock || pfIn == nullptr ||
-        m_filters[m_iCurrent].iPartitions == 0 || !mix.Active() || mix.BlockLength() != n ||
-        mix.FFTLength() != m_iFFTLength) {
-        return false;
-    }
-    // The sums are added after the whole block is in the line, so it holds the filters'
-    // partitions behind each of the block's own (a block's worth of spectra more than a
-    // convolution one partition at a time needs; made once).
-    const int Q = n / m_iPartition;
-    GrowDelayLine(std::max(m_filters[0].iPartitions, m_filters[1].iPartitions) + Q - 1);
-    for (int at = 0; at < n; at += m_iPartition) {
-        PushPartition(pfIn + at);
-    }
-    return true;
-}
-
-void CSERVICE_PARTITIONED_HRTF::AccumulateBlock(CFrequencyMix &mix, float fGain, int iFrom,
-                                                int iTo) const {
-    // Partition p of the block was pushed Q - 1 - p partitions before the newest.
-    const int Q = m_iBlock / m_iPartition;
-    iFrom = std::max(0, iFrom - iFrom % 2);
-    iTo = std::min(m_iFloats, iTo + iTo % 2);
-    if (iFrom >= iTo) {
-        return;
-    }
-    const Filter &current = m_filters[m_iCurrent];
-    using K = CFrequencyMix::Kind;
-    for (int p = 0; p < Q; ++p) {
-        const int age = Q - 1 - p;
-        if (m_bWaiting) {
-            AccumulateFading(age, mix, p, fGain, iFrom, iTo);
-        } else {
-            Accumulate(current, age, mix.Sum(K::kSteady, 0, p), mix.Sum(K::kSteady, 1, p), fGain,
-                       iFrom, iTo);
-        }
-    }
-}
-
-void CSERVICE_PARTITIONED_HRTF::EndBlock() {
-    if (m_bWaiting) {
-        m_iCurrent = 1 - m_iCurrent;
-        m_bWaiting = false;
-    }
-}
-
 int CSERVICE_PARTITIONED_HRTF::_processInto(const float *pfIn, int n, CFrequencyMix &mix,
                                             float fGain) {
     if (m_pFFTSpec == nullptr || n != m_iBlock || pfIn == nullptr ||
@@ -385,7 +339,10 @@ int CSERVICE_PARTITIONED_HRTF::_processInto(const float *pfIn, int n, CFrequency
                        m_iFloats);
         }
     }
-    EndBlock();
+    if (m_bWaiting) {
+        m_iCurrent = 1 - m_iCurrent;
+        m_bWaiting = false;
+    }
     return 0;
 }
 

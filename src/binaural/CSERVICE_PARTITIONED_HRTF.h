@@ -55,15 +55,7 @@ class CSERVICE_PARTITIONED_HRTF : public CSERVICE {
     // change sums as well). -1, with nothing added or advanced, when no filter is in use, n isn't
     // the block length, or the mix isn't begun for this block length. Allocates nothing.
     int _processInto(const float *pfIn, int n, CFrequencyMix &mix, float fGain);
-    // The same in three steps, so that the middle one can be shared out among threads by
-    // ranges of the spectrum: PushBlock takes the block's input into the delay line (false,
-    // with nothing done, where _processInto would give -1); AccumulateBlock adds the floats
-    // iFrom .. iTo of every partition's sums (it reads only this convolver and writes only
-    // those floats of the mix); EndBlock ends a cross-fade. Fading() tells whether the
-    // block adds to the change sums besides the steady ones.
-    bool PushBlock(const float *pfIn, int n, const CFrequencyMix &mix);
-    void AccumulateBlock(CFrequencyMix &mix, float fGain, int iFrom, int iTo) const;
-    void EndBlock();
+    // A cross-fade to a new response is under way: the next block fades into it.
     bool Fading() const { return m_bWaiting; }
     // True when the filter in use is slots iLeft and iRight of this table and no other waits:
     // a response made of them would change nothing.

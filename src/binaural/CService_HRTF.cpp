@@ -230,14 +230,6 @@ int CService_HRTF::_process(float *pfIn, int n, int) {
     return 0;
 }
 
-int CService_HRTF::PrepareIntoMix(float *pfIn, int n, const CFrequencyMix &mix) {
-    if (m_pHelper == nullptr || pfIn == nullptr || n < 1 || m_sMethod != kPartitioned) {
-        return -1;
-    }
-    TakeWaitingResponse(n);
-    return m_Partitioned.PushBlock(pfIn, n, mix) ? 0 : -1;
-}
-
 // The waiting response goes to the convolver, which fades to it in this block, whichever way
 // the block is rendered.
 void CService_HRTF::TakeWaitingResponse(int n) {
@@ -260,13 +252,6 @@ void CService_HRTF::TakeWaitingResponse(int n) {
     m_iLength = m_iNewLength;
     m_iLengthInUse = m_iLength;
     m_Partitioned.SetResponse(m_pfLeft, m_pfRight, m_iLength, n);
-}
-
-void CService_HRTF::MarkIntoMix(CFrequencyMix &mix) const {
-    mix.MarkUsed(CFrequencyMix::kSteady);
-    if (m_Partitioned.Fading()) {
-        mix.MarkUsed(CFrequencyMix::kChange);
-    }
 }
 
 int CService_HRTF::ProcessIntoMix(float *pfIn, int n, CFrequencyMix &mix, float fGain) {

@@ -64,16 +64,6 @@ class CService_HRTF : public CSERVICE {
     // instead of m_pfData. -1, with nothing added, for another method, without a set, or when
     // the mix can't take it; the caller then renders with _process.
     int ProcessIntoMix(float *pfIn, int n, CFrequencyMix &mix, float fGain);
-    // The same in steps, for the engine's workers: PrepareIntoMix takes a waiting response and
-    // the block's input (-1 as ProcessIntoMix, with nothing added); MarkIntoMix says which
-    // sums it adds to (on one thread); AccumulateIntoMix adds the floats iFrom .. iTo of them
-    // (several threads, distinct ranges); EndIntoMix ends the block.
-    int PrepareIntoMix(float *pfIn, int n, const CFrequencyMix &mix);
-    void MarkIntoMix(CFrequencyMix &mix) const;
-    void AccumulateIntoMix(CFrequencyMix &mix, float fGain, int iFrom, int iTo) const {
-        m_Partitioned.AccumulateBlock(mix, fGain, iFrom, iTo);
-    }
-    void EndIntoMix() { m_Partitioned.EndBlock(); }
     // Frees the responses, the FIR states and the output block, and ends the fast convolver,
     // whose overlap survives. Returns 0.
     int _quit() override;

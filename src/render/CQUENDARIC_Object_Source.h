@@ -73,21 +73,16 @@ class CQUENDARIC_Object_Source : public CQUENDARIC_Object {
     void SettleBIR();
     // A block in phases, so that the engine's workers can share the work of its sources:
     // PrepareBlock renders the object's part of a block without touching the listener (on any
-    // thread, one object per thread at a time); AccumulateSpectrum adds the floats iFrom ..
-    // iTo of its part to the listener's spectrum sums (several threads at once, each on its
-    // own range); FinishBlock, on the engine thread in list order, ends the block and adds a
-    // time-domain part to the listener. An object whose RendersInPhases is false is rendered
-    // whole by _process in the finishing phase.
+    // thread, one object per thread at a time); FinishBlock, on the engine thread in list
+    // order, ends the block and adds a time-domain part to the listener. An object whose
+    // RendersInPhases is false is rendered whole by _process in the finishing phase.
     virtual bool RendersInPhases() const { return false; }
     virtual int PrepareBlock(int n, int iRate) { return 0; }
-    // PrepareBlock for a source whose spectra go whole into the sums given (a group's, summed
-    // into the listener's later) rather than into the listener's in a phase of their own.
+    // PrepareBlock for a source whose spectra go into the sums given (its group's, added to
+    // the listener's in group order).
     virtual int PrepareBlockInto(int n, int iRate, CFrequencyMix &sums) {
         return PrepareBlock(n, iRate);
     }
-    // Says which of the listener's sums the block adds to; on the engine thread.
-    virtual void MarkSpectrum(CFrequencyMix &mix) const {}
-    virtual void AccumulateSpectrum(CFrequencyMix &mix, int iFrom, int iTo) const {}
     virtual void FinishBlock(int n) {}
 
     // The room model's echogram and binaural response for this source against the listener,

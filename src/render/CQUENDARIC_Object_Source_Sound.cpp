@@ -107,7 +107,6 @@ void CQUENDARIC_Object_Source_Sound::Terminate() {
 }
 
 int CQUENDARIC_Object_Source_Sound::_process(int n, int iRate) {
-    m_bPhased = false;
     SettleHeld(n, iRate);
     const int iResult = Prepare(n, iRate);
     m_bPrepared = iResult == 0;
@@ -116,14 +115,12 @@ int CQUENDARIC_Object_Source_Sound::_process(int n, int iRate) {
 }
 
 int CQUENDARIC_Object_Source_Sound::PrepareBlock(int n, int iRate) {
-    m_bPhased = true;
     SettleHeld(n, iRate);
     m_bPrepared = Prepare(n, iRate) == 0;
     return m_bPrepared ? 0 : -1;
 }
 
 int CQUENDARIC_Object_Source_Sound::PrepareBlockInto(int n, int iRate, CFrequencyMix &sums) {
-    m_bPhased = false;
     m_pMixTarget = &sums;
     SettleHeld(n, iRate);
     m_bPrepared = Prepare(n, iRate) == 0;
@@ -131,29 +128,12 @@ int CQUENDARIC_Object_Source_Sound::PrepareBlockInto(int n, int iRate, CFrequenc
     return m_bPrepared ? 0 : -1;
 }
 
-void CQUENDARIC_Object_Source_Sound::MarkSpectrum(CFrequencyMix &mix) const {
-    if (m_bPrepared && m_bMixedInSpectrum && m_bPhased) {
-        m_HRTF.MarkIntoMix(mix);
-    }
-}
-
-void CQUENDARIC_Object_Source_Sound::AccumulateSpectrum(CFrequencyMix &mix, int iFrom,
-                                                        int iTo) const {
-    if (m_bPrepared && m_bMixedInSpectrum && m_bPhased) {
-        m_HRTF.AccumulateIntoMix(mix, m_fSpectrumGain, iFrom, iTo);
-    }
-}
-
 void CQUENDARIC_Object_Source_Sound::FinishBlock(int n) {
     if (!m_bPrepared) {
         return;  // the block couldn't be rendered: nothing to add
     }
     m_bPrepared = false;
-    if (m_bMixedInSpectrum) {
-        if (m_bPhased) {
-            m_HRTF.EndIntoMix();
-        }
-    } else {
+    if (!m_bMixedInSpectrum) {
         // A plain sum, taken straight from the convolver with the level when it holds the
         // block.
         m_pSink->_adjustDataBuffer(2 * n);
@@ -163,7 +143,6 @@ void CQUENDARIC_Object_Source_Sound::FinishBlock(int n) {
             qk::AddBlock(m_pfData, m_pSink->m_pfData, 2 * n);
         }
     }
-    m_bPhased = false;
 }
 
 // A block that doesn't render the 3-D path may mix the object's block as the last block left
@@ -440,11 +419,8 @@ void CQUENDARIC_Object_Source_Sound::Render(int n, int iRate, int iSelector, flo
         // Into the listener's spectrum sums when it mixes in the frequency domain: no inverse
         // transform, no copy and no mix of this object's own.
         CFrequencyMix &mix = m_pMixTarget != nullptr ? *m_pMixTarget : m_pSink->m_Mix;
-        m_fSpectrumGain = fGain;
         float *pfMono = m_pfBlockMono;
-        m_bMixedInSpectrum =
-            mix.Active() && (m_bPhased ? m_HRTF.PrepareIntoMix(pfMono, n, mix)
-                                       : m_HRTF.ProcessIntoMix(pfMono, n, mix, fGain)) == 0;
+        m_bMixedInSpectrum = mix.Active() && m_HRTF.ProcessIntoMix(pfMono, n, mix, fGain) == 0;
         if (!m_bMixedInSpectrum) {
             Convolve(pfMono, n, iRate, fGain);
         }

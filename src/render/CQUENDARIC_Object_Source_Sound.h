@@ -39,8 +39,6 @@ class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
     bool RendersInPhases() const override { return true; }
     int PrepareBlock(int n, int iRate) override;
     int PrepareBlockInto(int n, int iRate, CFrequencyMix &sums) override;
-    void MarkSpectrum(CFrequencyMix &mix) const override;
-    void AccumulateSpectrum(CFrequencyMix &mix, int iFrom, int iTo) const override;
     void FinishBlock(int n) override;
     // Ends the format; nothing when not initialised.
     void Terminate() override;
@@ -68,9 +66,6 @@ class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
     bool m_bGraphFailed = false;     // a graph file couldn't be written; told once
     // This block went into the listener's spectrum sums, not into m_pfData.
     bool m_bMixedInSpectrum = false;
-    // The block is rendered in phases: the spectrum sums are added by AccumulateSpectrum.
-    bool m_bPhased = false;
-    float m_fSpectrumGain = 1.0f;           // the level the phased block adds to the sums with
     bool m_bPrepared = false;               // the block was rendered and waits to be finished
     CFrequencyMix *m_pMixTarget = nullptr;  // sums the block goes into instead of the listener's
     // The block's mono signal: m_pfMono, or a sound's channel taken as it is.

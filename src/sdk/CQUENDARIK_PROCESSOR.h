@@ -315,11 +315,10 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     void FollowHRTFRequests();
     // Clears the listener's block and lets each enabled virtual source add itself to it.
     float *RenderObjects(CQUENDARIC_Object_Sink &listener, int n, int iSampleRate);
-    // The sources of a block shared out among the worker threads, in three phases: each
-    // source renders its part (any thread); the spectrum sums are added by ranges of the
-    // spectrum, each range over the sources in list order (any thread); each source finishes
-    // in list order (this thread). The sums are thus formed in the same order whatever the
-    // thread count, and so is the output.
+    // The sources of a block shared out among the worker threads: groups of sources render
+    // into their own spectrum sums (any thread), which are added into the listener's in group
+    // order as they come in; then each source finishes in list order (this thread). The sums
+    // are thus formed in the same order whatever the thread count, and so is the output.
     void RenderObjectsInPhases(CQUENDARIC_Object_Sink &listener, int n, int iRate,
                                bool bFrequencyMix);
     // Ends the block of each object of m_blockObjects in list order, on the engine thread.

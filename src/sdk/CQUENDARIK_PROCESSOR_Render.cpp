@@ -192,10 +192,7 @@ void addRenderedGroups(PhaseWork &work) {
         size_t g = work.added;
         for (; g < work.groupCount && work.rendered[g].load(); ++g) {
             if (g > 0) {  // the first group rendered straight into the listener's sums
-                CFrequencyMix &sums = *(*work.groups)[g];
-                work.mix->AddMarks(sums);
-                work.mix->TakeRange(sums, 0, sums.Floats());
-                sums.Taken();
+                work.mix->Take(*(*work.groups)[g]);
             }
         }
         work.added = g;
