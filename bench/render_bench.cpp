@@ -13,7 +13,8 @@
 #include "dsp/IppBuffer.h"
 #include "render/CQUENDARIC_Object_Sink.h"
 #include "render/CQUENDARIC_Object_Source_Sound.h"
-#include "sdk/CQUENDARIC_PARAMETERS.h"
+#include "settings/CEngineContext.h"
+#include "settings/CQUENDARIC_PARAMETERS.h"
 #include "sources/CSOURCE.h"
 
 namespace {
@@ -63,10 +64,11 @@ void BM_SoundObjectBlock(benchmark::State &state) {
     scratchSettingsFolder();
     const int n = static_cast<int>(state.range(0));
     CQUENDARIC_PARAMETERS params;
-    params.m_pHRTF = kemarSizedSet();
+    CEngineContext context(params);
+    context.m_pHRTF = kemarSizedSet();
     CQUENDARIC_Object_Sink listener;
     StereoSound sound(n);
-    CQUENDARIC_Object_Source_Sound object(&params, C3Point(2.0, 1.0, 0.5, 0), "bench");
+    CQUENDARIC_Object_Source_Sound object(&params, &context, C3Point(2.0, 1.0, 0.5, 0), "bench");
     object.m_pSSS_Source = &sound;
     object.m_iAudioLink = 0;
     listener._adjustDataBuffer(2 * n);

@@ -10,7 +10,7 @@
 
 #include "binaural/CQUENDARIC_Service_CrossTalk.h"
 #include "binaural/CSERVICE_OVERLAP_HRTF.h"
-#include "dsp/CLatePart.h"
+#include "services/CLatePart.h"
 
 namespace {
 constexpr int kRate = 44100;

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "sdk/CQUENDARIC_PARAMETERS.h"
+#include "settings/CQUENDARIC_PARAMETERS.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     // Never destroyed, so that no settings file is written for every input.

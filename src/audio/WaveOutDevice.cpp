@@ -1,28 +1,6 @@
 #include "audio/WaveOutDevice.h"
 
-#include "audio/AlsaErrors.h"
-#include "audio/AlsaPcm.h"
-#include "audio/AlsaWaveOut.h"
-#include "audio/VirtualWaveOut.h"
-
 CWaveOutDevice::~CWaveOutDevice() = default;
-
-std::string CWaveOutDevice::DeviceName(int iDevice) {
-    return qk::AlsaPcmName(iDevice, "QK_ALSA_DEVICE", "Output");
-}
-
-std::unique_ptr<CWaveOutDevice> CWaveOutDevice::Create(int iDevice) {
-    const std::string name = DeviceName(iDevice);
-    return name.empty() ? nullptr : CreateByName(name);
-}
-
-std::unique_ptr<CWaveOutDevice> CWaveOutDevice::CreateByName(const std::string &strName) {
-    if (strName == "virtual") {
-        return std::make_unique<CVirtualWaveOut>();
-    }
-    qk::InstallAlsaErrorHandler();  // ALSA's texts never go to standard error
-    return std::make_unique<CAlsaWaveOut>(strName);
-}
 
 int CWaveOutDevice::Open(const WaveOutFormat &format, DoneFn onDone) {
     if (m_bOpen || format.iChannels < 1 || format.iSampleRate < 1 || format.BlockAlign() < 1) {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "binaural/CSERVICE_PARTITIONED_HRTF.h"
+#include "binaural/PartitionLayout.h"
 #include "platform/Vectorize.h"
 
 namespace {
@@ -46,8 +46,8 @@ bool CFrequencyMix::Begin(int n) {
     }
     if (n != m_iBlock || m_pFFTSpec == nullptr) {
         Reset();
-        const int partition = CSERVICE_PARTITIONED_HRTF::PartitionFor(n);
-        const int order = CSERVICE_PARTITIONED_HRTF::OrderFor(partition);
+        const int partition = qk::partition::PartitionFor(n);
+        const int order = qk::partition::OrderFor(partition);
         if (order < 0 || ippsFFTInitAlloc_R_32f(&m_pFFTSpec, order, IPP_FFT_DIV_INV_BY_N,
                                                 ippAlgHintFast) != ippStsNoErr) {
             m_pFFTSpec = nullptr;

@@ -205,6 +205,8 @@ int CHELPER_HRTF::GetHRTF_BOTH(float *&pfLeft, float *&pfRight, int &iLength, in
     const float *pfL = m >= 0 ? Response(2 * static_cast<int64_t>(m)) : nullptr;
     const float *pfR = m >= 0 ? Response(2 * static_cast<int64_t>(m) + 1) : nullptr;
     if (pfL == nullptr || pfR == nullptr) {
+        // The words of this text, and of the two below, are the ones hosts have always seen
+        // for a direction the set lacks; they stay as they are.
         qk::Report("// TODO search in run-time for closest - BOTH", kCaption,
                    qk::Severity::Warning);
         return 0;

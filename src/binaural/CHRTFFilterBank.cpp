@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "binaural/CSERVICE_PARTITIONED_HRTF.h"
+#include "binaural/PartitionLayout.h"
 
 namespace {
 // A table larger than this isn't made: the convolver then transforms each response itself.
@@ -11,7 +11,7 @@ constexpr long long kMaxFloats = 64LL << 20;
 
 std::shared_ptr<const CHRTFFilterBank> CHRTFFilterBank::Make(const float *pfData, int iSlots,
                                                              int iTaps, int iPartition) {
-    const int order = CSERVICE_PARTITIONED_HRTF::OrderFor(iPartition);
+    const int order = qk::partition::OrderFor(iPartition);
     if (pfData == nullptr || iSlots < 1 || iTaps < 1 || iPartition < 1 || order < 0) {
         return nullptr;
     }

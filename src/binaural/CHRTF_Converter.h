@@ -8,7 +8,7 @@
 #include <string>
 
 #include "binaural/CHELPER_HRTF.h"
-#include "binaural/CSERVICE_FILTER.h"
+#include "core/CSERVICE_FILTER.h"
 #include "dsp/CFILTER_DESIGN.h"
 #include "platform/Object.h"
 

@@ -16,7 +16,7 @@
 #pragma once
 
 #include "binaural/CHELPER_HRTF.h"
-#include "binaural/CSERVICE.h"
+#include "core/CSERVICE.h"
 #include "dsp/CFILTER_DESIGN.h"
 #include "dsp/IppBuffer.h"
 #include "dsp/ipps.h"

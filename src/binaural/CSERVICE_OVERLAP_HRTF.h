@@ -9,7 +9,7 @@
 // convolution that is already sounding.
 #pragma once
 
-#include "binaural/CSERVICE.h"
+#include "core/CSERVICE.h"
 #include "dsp/IppBuffer.h"
 #include "dsp/ipps.h"
 

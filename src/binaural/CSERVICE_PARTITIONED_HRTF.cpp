@@ -7,9 +7,6 @@
 #include "platform/Vectorize.h"
 
 namespace {
-// The largest transform: responses of over a minute at 44.1 kHz still fit in the partitions.
-constexpr int kMaxOrder = 24;
-
 // sum += g * x * h over `floats` floats of interleaved complex values, for both ears at once.
 QK_VECTORIZE_WIDE void multiplyAdd(const float *__restrict x, const float *__restrict hl,
                                    const float *__restrict hr, float *__restrict sl,
@@ -86,19 +83,6 @@ int CSERVICE_PARTITIONED_HRTF::_quit() {
     m_pfFadeOut.Reset();
     m_pfPadded.Reset();
     return 0;
-}
-
-int CSERVICE_PARTITIONED_HRTF::PartitionFor(int iBlockLength) {
-    return iBlockLength <= kMaxPartition || iBlockLength % kMaxPartition != 0 ? iBlockLength
-                                                                              : kMaxPartition;
-}
-
-int CSERVICE_PARTITIONED_HRTF::OrderFor(int iPartition) {
-    int order = 0;
-    while (order <= kMaxOrder && (1 << order) < 2 * iPartition) {
-        ++order;
-    }
-    return order <= kMaxOrder ? order : -1;
 }
 
 bool CSERVICE_PARTITIONED_HRTF::Setup(int iBlockLength) {

@@ -18,7 +18,8 @@
 #include <memory>
 
 #include "binaural/CHRTFFilterBank.h"
-#include "binaural/CSERVICE.h"
+#include "binaural/PartitionLayout.h"
+#include "core/CSERVICE.h"
 #include "dsp/IppBuffer.h"
 #include "dsp/ipps.h"
 
@@ -26,7 +27,7 @@ class CFrequencyMix;
 
 class CSERVICE_PARTITIONED_HRTF : public CSERVICE {
   public:
-    static constexpr int kMaxPartition = 512;
+    static constexpr int kMaxPartition = qk::partition::kMaxPartition;
 
     CSERVICE_PARTITIONED_HRTF() = default;
     ~CSERVICE_PARTITIONED_HRTF() override;
@@ -67,8 +68,8 @@ class CSERVICE_PARTITIONED_HRTF : public CSERVICE {
 
     // The partition length for a block length, and the transform order for a partition
     // (-1 beyond the signal layer).
-    static int PartitionFor(int iBlockLength);
-    static int OrderFor(int iPartition);
+    static int PartitionFor(int iBlockLength) { return qk::partition::PartitionFor(iBlockLength); }
+    static int OrderFor(int iPartition) { return qk::partition::OrderFor(iPartition); }
 
     int PartitionLength() const { return m_iPartition; }
     int BlockLength() const { return m_iBlock; }

@@ -5,7 +5,7 @@
 #pragma once
 
 #include "binaural/CHELPER_HRTF.h"
-#include "binaural/CSERVICE.h"
+#include "core/CSERVICE.h"
 #include "dsp/ipps.h"
 
 class CSERVICE_QKEQ : public CSERVICE {

@@ -74,6 +74,7 @@ int CService_HRTF::ReInitializeExternal(const float *pfLeft, const float *pfRigh
 }
 
 int CService_HRTF::_init(int iBlockLength, int iSampleRate) {
+    m_method = qk::ConvolutionOfWord(m_sMethod);  // the word is read once, here
     if (m_iEnable == 1) {
         m_bReInitialize = 0;
         if (m_pHelper == nullptr) {
@@ -111,12 +112,17 @@ void CService_HRTF::FreeFIR() {
     m_pFIRRight = nullptr;
 }
 
+void CService_HRTF::SetMethod(qk::Convolution method) {
+    m_method = method;
+    m_sMethod = qk::WordOf(method);
+}
+
 int CService_HRTF::TakeIntoUse(int n) {
-    if (m_sMethod == "FIR") {
+    if (m_method == qk::Convolution::Fir) {
         InitializeFIR(m_pfLeft, m_pfRight, m_iLength);
         return m_pFIRLeft != nullptr && m_pFIRRight != nullptr ? 0 : -1;
     }
-    if (m_sMethod == kPartitioned) {
+    if (m_method == qk::Convolution::Partitioned) {
         m_Partitioned._quit();  // set up anew: the history starts silent
         return m_Partitioned.SetResponse(m_pfLeft, m_pfRight, m_iLength, n);
     }
@@ -132,7 +138,7 @@ int CService_HRTF::ReInitialize(int iAzimuth, int iElevation, int iSampleRate) {
     // The partitioned convolver takes a measured direction's spectra from the set's shared
     // table when the set is at its own rate: the taps aren't copied, nor transformed.
     m_bNewFromTable =
-        m_sMethod == kPartitioned && iSampleRate == m_pHelper->m_iFileRate &&
+        m_method == qk::Convolution::Partitioned && iSampleRate == m_pHelper->m_iFileRate &&
         m_pHelper->ResponseSlots(static_cast<float>(iAzimuth), static_cast<float>(iElevation),
                                  m_iNewLeftSlot, m_iNewRightSlot);
     m_bAskedFromTable = m_bNewFromTable;
@@ -195,7 +201,7 @@ bool CService_HRTF::RequestedResponse(const CHELPER_HRTF *pSet, const float *&pf
 }
 
 int CService_HRTF::RenderCurrent(float *pfIn, int n, float *pfOut) {
-    if (m_sMethod == "FIR") {
+    if (m_method == qk::Convolution::Fir) {
         if (m_pFIRLeft == nullptr || m_pFIRRight == nullptr) {
             std::memset(pfOut, 0, sizeof(float) * 2 * static_cast<size_t>(n));
             return -1;
@@ -204,7 +210,7 @@ int CService_HRTF::RenderCurrent(float *pfIn, int n, float *pfOut) {
         ippsFIR_32f(pfIn, pfOut + n, n, m_pFIRRight);
         return 0;
     }
-    if (m_sMethod == kPartitioned) {
+    if (m_method == qk::Convolution::Partitioned) {
         return m_Partitioned._process(pfIn, n, pfOut);
     }
     return m_Overlap._process(pfIn, n, pfOut);
@@ -220,7 +226,7 @@ int CService_HRTF::_process(float *pfIn, int n, int) {
         RenderCurrent(pfIn, n, m_pfData);
         return 0;
     }
-    if (m_sMethod == kPartitioned) {
+    if (m_method == qk::Convolution::Partitioned) {
         // The convolver fades from the old filter to the new on the same input history.
         TakeWaitingResponse(n);
         m_Partitioned._process(pfIn, n, m_pfData);
@@ -255,7 +261,8 @@ void CService_HRTF::TakeWaitingResponse(int n) {
 }
 
 int CService_HRTF::ProcessIntoMix(float *pfIn, int n, CFrequencyMix &mix, float fGain) {
-    if (m_pHelper == nullptr || pfIn == nullptr || n < 1 || m_sMethod != kPartitioned) {
+    if (m_pHelper == nullptr || pfIn == nullptr || n < 1 ||
+        m_method != qk::Convolution::Partitioned) {
         return -1;
     }
     TakeWaitingResponse(n);
@@ -278,7 +285,7 @@ void CService_HRTF::CrossFade(float *pfIn, int n) {
     float *ramp = m_pfFadeRamp;
     RenderCurrent(pfIn, n, a);
     m_iLength = m_iNewLength;
-    if (m_sMethod == "FIR") {
+    if (m_method == qk::Convolution::Fir) {
         FreeFIR();
     }
     TakeIntoUse(n);
@@ -314,7 +321,7 @@ void CService_HRTF::Ramp(float *pf, int n, double a, double b) {
 }
 
 int CService_HRTF::_quit() {
-    if (m_iEnable == 1 && m_iLength != 0 && m_sMethod == "FIR") {
+    if (m_iEnable == 1 && m_iLength != 0 && m_method == qk::Convolution::Fir) {
         FreeFIR();
     }
     m_iLength = 0;

@@ -13,9 +13,10 @@
 #include <string>
 
 #include "binaural/CFrequencyMix.h"
-#include "binaural/CSERVICE.h"
 #include "binaural/CSERVICE_OVERLAP_HRTF.h"
 #include "binaural/CSERVICE_PARTITIONED_HRTF.h"
+#include "binaural/Convolution.h"
+#include "core/CSERVICE.h"
 #include "dsp/ipps.h"
 
 class CHELPER_HRTF;
@@ -58,7 +59,7 @@ class CService_HRTF : public CSERVICE {
     // The n input samples of the last _process when the convolver keeps them until the next
     // one (the whole-filter method does), else null.
     const float *LastInput(int n) const {
-        return m_sMethod == kOverlap ? m_Overlap.LastInput(n) : nullptr;
+        return m_method == qk::Convolution::Overlap ? m_Overlap.LastInput(n) : nullptr;
     }
     // The "PARTITIONED" method's block added, times fGain, into a listener's spectrum sums
     // instead of m_pfData. -1, with nothing added, for another method, without a set, or when
@@ -83,11 +84,13 @@ class CService_HRTF : public CSERVICE {
     // value is a.
     static void Ramp(float *pf, int n, double a, double b);
 
-    int m_iAzimuth = 0;                       // degrees of the direction last asked for
-    int m_iElevation = 0;                     // degrees
-    std::string m_sHRTFFile;                  // set loaded by InitializeHelperHRTF
-    std::istream *m_pStream = nullptr;        // not owned: read instead of the named file
-    std::string m_sMethod = "OVERLAP";        // or "FIR", or "PARTITIONED"
+    int m_iAzimuth = 0;                 // degrees of the direction last asked for
+    int m_iElevation = 0;               // degrees
+    std::string m_sHRTFFile;            // set loaded by InitializeHelperHRTF
+    std::istream *m_pStream = nullptr;  // not owned: read instead of the named file
+    // The method's word: "OVERLAP", "FIR" or "PARTITIONED". _init reads it into m_method;
+    // SetMethod sets both.
+    std::string m_sMethod = "OVERLAP";
     CHELPER_HRTF *m_pHelper = nullptr;        // the set; not owned
     int m_iLength = 0;                        // taps in m_pfLeft, m_pfRight; 0: none yet
     float *m_pfLeft = nullptr;                // owned, ippsMalloc_32f
@@ -117,10 +120,16 @@ class CService_HRTF : public CSERVICE {
     std::string m_strStatus;  // "OK" or what failed; for diagnosis only
     int m_iState = 1;         // cleared when _init finds no response
 
+    // The method, chosen once per change of the setting; the word follows.
+    void SetMethod(qk::Convolution method);
+    qk::Convolution Method() const { return m_method; }
+
     static constexpr const char *kPartitioned = "PARTITIONED";
     static constexpr const char *kOverlap = "OVERLAP";
 
   private:
+    qk::Convolution m_method = qk::Convolution::Overlap;  // as m_sMethod says
+
     // Renders a block with the filter in use; 0, or -1 when there is none.
     int RenderCurrent(float *pfIn, int n, float *pfOut);
     // Takes m_pfLeft, m_pfRight of m_iLength taps into use for blocks of n frames.

@@ -13,6 +13,7 @@
 #include "world/C3Point.h"
 
 class CQUENDARIC_PARAMETERS;
+class CRenderResources;
 class CSFM;
 
 class CQUENDARIC_Object : public qk::CObject {
@@ -58,9 +59,11 @@ class CQUENDARIC_Object : public qk::CObject {
 
     int m_iDataLength = 0;                           // floats held in m_pfData
     CQUENDARIC_PARAMETERS *m_pParameters = nullptr;  // settings; not owned
-    int m_iBufferLength = 32768;                     // frames a block may have at most
-    int m_iRecalculate = 0;  // set by the engine for one block: rebuild the whole response
-    int m_iRemoveMark = 0;   // marks the object being removed
+    // The HRTF set, room model and pre-computed set in force; the engine context's, not owned.
+    CRenderResources *m_pResources = nullptr;
+    int m_iBufferLength = 32768;  // frames a block may have at most
+    int m_iRecalculate = 0;       // set by the engine for one block: rebuild the whole response
+    int m_iRemoveMark = 0;        // marks the object being removed
     std::string m_strDescription;
     int m_iEnable = 1;  // takes part in rendering
     int m_iMoved = 1;   // position or look-at changed since the last block

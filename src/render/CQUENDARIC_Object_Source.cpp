@@ -5,9 +5,13 @@
 #include <mutex>
 
 #include "field/CSFM.h"
+#include "field/CSFM_ISM_ORMS.h"
+#include "field/CSFM_PCIRS.h"
 #include "platform/Archive.h"
 #include "render/BlockMath.h"
-#include "sdk/CQUENDARIC_PARAMETERS.h"
+#include "settings/CQUENDARIC_PARAMETERS.h"
+#include "settings/CRenderResources.h"
+#include "world/CVRSoundSource.h"
 
 QK_IMPLEMENT_SERIAL(CQUENDARIC_Object_Source)
 
@@ -160,9 +164,9 @@ void CQUENDARIC_Object_Source::InitializeHRTFVariables() {
     if (m_pParameters != nullptr) {
         std::lock_guard<std::recursive_mutex> guard(m_pParameters->m_csStrings);
         m_HRTF.m_sHRTFFile = m_pParameters->m_strHRTF;
-        m_HRTF.m_pHelper = m_pParameters->m_pHRTF.get();
+        m_HRTF.m_pHelper = HRTFSet();
         m_iConvolutionInUse = m_pParameters->m_iConvolution;
-        m_HRTF.m_sMethod = m_iConvolutionInUse == 1 ? CService_HRTF::kPartitioned : "OVERLAP";
+        m_HRTF.SetMethod(qk::ConvolutionOfSetting(m_iConvolutionInUse));
     }
     m_HRTF.m_pStream = nullptr;
     m_HRTF.m_iAzimuth = TruncatedAzimuth();
@@ -191,7 +195,7 @@ void CQUENDARIC_Object_Source::SettleBIR() {
     const float *pfLeft = nullptr;
     const float *pfRight = nullptr;
     int iLength = 0;
-    const CHELPER_HRTF *pSet = m_pParameters != nullptr ? m_pParameters->m_pHRTF.get() : nullptr;
+    const CHELPER_HRTF *pSet = HRTFSet();
     if (!m_HRTF.RequestedResponse(pSet, pfLeft, pfRight, iLength)) {
         ClearBinaural();
         return;
@@ -211,9 +215,13 @@ void CQUENDARIC_Object_Source::SettleBIR() {
     ippsCopy_32f(pfRight, m_pfBIRRight, iLength);
 }
 
+CHELPER_HRTF *CQUENDARIC_Object_Source::HRTFSet() const {
+    return m_pResources != nullptr ? m_pResources->HRTF() : nullptr;
+}
+
 CSFM *CQUENDARIC_Object_Source::RoomModel() {
-    if (m_pSFM == nullptr && m_pParameters != nullptr) {
-        m_pSFM = m_pParameters->m_pSFM_ORMS.get();
+    if (m_pSFM == nullptr && m_pResources != nullptr) {
+        m_pSFM = m_pResources->RoomModel();
     }
     return m_pSFM;
 }
@@ -254,8 +262,8 @@ void CQUENDARIC_Object_Source::ReInitializeBinauralImpulseResponse() {
         strHRTF = p.m_strHRTF;
     }
     pModel->GetBinauralImpulseResponse(
-        p.m_pHRTF.get(), m_pfMonoIR, m_iMonoIRLength, m_pfBIRLeft, m_pfBIRRight, m_iBIRLength,
-        m_position, m_lookAt, m_pSink->m_position, m_pSink->m_lookAt, strHRTF, p.m_iSpecularOrder,
+        HRTFSet(), m_pfMonoIR, m_iMonoIRLength, m_pfBIRLeft, m_pfBIRRight, m_iBIRLength, m_position,
+        m_lookAt, m_pSink->m_position, m_pSink->m_lookAt, strHRTF, p.m_iSpecularOrder,
         p.m_fTemperature, m_iRate, m_fBIRPeakL, m_fBIRPeakR, p.m_iMaterialChanged, m_iRecalculate,
         p.m_iMaterialCoeffs, m_iID);
     if (m_pfBIRLeft != nullptr && m_pfBIRRight != nullptr && m_iBIRLength > 0) {
@@ -268,13 +276,13 @@ void CQUENDARIC_Object_Source::ReInitializeBinauralImpulseResponse() {
 int CQUENDARIC_Object_Source::ReInitializeBIR_PCIRS() {
     m_HRTF.m_iAzimuth = TruncatedAzimuth();
     m_HRTF.m_iElevation = TruncatedElevation();
-    if (m_pSink == nullptr || m_pParameters == nullptr || m_pParameters->m_pSFM_PCIRS == nullptr) {
+    CSFM_PCIRS *pSet = m_pResources != nullptr ? m_pResources->PreComputed() : nullptr;
+    if (m_pSink == nullptr || m_pParameters == nullptr || pSet == nullptr) {
         return 0;
     }
     SettleBIR();
-    m_pParameters->m_pSFM_PCIRS->GetBIR(m_pfBIRLeft, m_pfBIRRight, m_iBIRLength, m_position,
-                                        m_lookAt, m_pSink->m_position, m_pSink->m_lookAt, m_iRate,
-                                        m_i3DSourceWavID);
+    pSet->GetBIR(m_pfBIRLeft, m_pfBIRRight, m_iBIRLength, m_position, m_lookAt, m_pSink->m_position,
+                 m_pSink->m_lookAt, m_iRate, m_i3DSourceWavID);
     m_HRTF.ReInitializeExternal(m_pfBIRLeft, m_pfBIRRight, m_iBIRLength);
     return 0;
 }

@@ -135,6 +135,8 @@ class CQUENDARIC_Object_Source : public CQUENDARIC_Object {
   protected:
     // The model in force: the settings' room model unless one was given.
     CSFM *RoomModel();
+    // The HRTF set in force, or null.
+    CHELPER_HRTF *HRTFSet() const;
     // Distance and angles against the listener, from the stored points.
     void Recalculate();
     // The two angles truncated, as the convolver is given them.

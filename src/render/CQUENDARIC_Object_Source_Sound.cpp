@@ -5,10 +5,13 @@
 #include <cstring>
 #include <mutex>
 
+#include "field/CSFM_ISM_ORMS.h"
+#include "field/CSFM_PCIRS.h"
 #include "platform/Archive.h"
 #include "platform/Report.h"
 #include "render/BlockMath.h"
-#include "sdk/CQUENDARIC_PARAMETERS.h"
+#include "settings/CQUENDARIC_PARAMETERS.h"
+#include "settings/CRenderResources.h"
 #include "sources/CSOURCE.h"
 #include "world/CVRSoundSource.h"
 
@@ -26,20 +29,21 @@ void zeroFloats(float *pf, int n) {
     std::memset(pf, 0, sizeof(float) * static_cast<size_t>(n));
 }
 
-// Models whose block takes the direct path's level by distance: free field only. The room
-// models and the pre-computed sets bring their distance law inside their responses.
-bool takesDirectPathLevel(int iSFM) {
-    return iSFM == 0;
-}
-constexpr int kPreComputedModel = 4;
 }  // namespace
 
 CQUENDARIC_Object_Source_Sound::CQUENDARIC_Object_Source_Sound() = default;
 
 CQUENDARIC_Object_Source_Sound::CQUENDARIC_Object_Source_Sound(CQUENDARIC_PARAMETERS *pParameters,
                                                                C3Point position,
+                                                               const std::string &strName)
+    : CQUENDARIC_Object_Source_Sound(pParameters, nullptr, position, strName) {}
+
+CQUENDARIC_Object_Source_Sound::CQUENDARIC_Object_Source_Sound(CQUENDARIC_PARAMETERS *pParameters,
+                                                               CRenderResources *pResources,
+                                                               C3Point position,
                                                                const std::string &strName) {
     m_pParameters = pParameters;
+    m_pResources = pResources;
     m_pDraw = std::make_unique<CDrawElement>();
     m_strDescription = strName;
     m_pDraw->m_strDescription = strName;
@@ -49,7 +53,7 @@ CQUENDARIC_Object_Source_Sound::CQUENDARIC_Object_Source_Sound(CQUENDARIC_PARAME
         m_iBlock = pParameters->m_iBlockLength;
         m_iRate = pParameters->m_iSampleRate;
         m_iBits = pParameters->m_iBits;
-        m_HRTF.m_pHelper = pParameters->m_pHRTF.get();
+        m_HRTF.m_pHelper = HRTFSet();
     }
 }
 
@@ -186,7 +190,7 @@ void CQUENDARIC_Object_Source_Sound::SettleMono() {
 
 bool CQUENDARIC_Object_Source_Sound::BorrowsMono() const {
     return m_pParameters->m_i3DAudio == 1 && m_pParameters->m_iSplitBands == 0 &&
-           m_HRTF.m_sMethod == CService_HRTF::kOverlap;
+           m_HRTF.Method() == qk::Convolution::Overlap;
 }
 
 int CQUENDARIC_Object_Source_Sound::Prepare(int n, int iRate) {
@@ -209,7 +213,7 @@ int CQUENDARIC_Object_Source_Sound::Prepare(int n, int iRate) {
         Initialize(n, iRate, kObjectBits);
     }
     // The block path may have loaded the set anew or dropped it since the last block.
-    m_HRTF.m_pHelper = p.m_pHRTF.get();
+    m_HRTF.m_pHelper = HRTFSet();
 
     const int iSelector = ChannelSelector();
     FetchMono(n, iSelector);
@@ -367,27 +371,29 @@ bool CQUENDARIC_Object_Source_Sound::FollowMoves(int iRate) {
     return true;
 }
 
-// The image models (1 and 2) hand in the room's whole binaural response, the pre-computed
-// model (4) its set's response for the listener's place; the others take the direction's
-// HRTF.
+// The room models hand in the room's whole binaural response, the pre-computed sets their
+// response for the listener's place; the others take the direction's HRTF (and a source
+// without a listener takes it too).
 void CQUENDARIC_Object_Source_Sound::RebuildResponse(int iRate) {
     const CQUENDARIC_PARAMETERS &p = *m_pParameters;
-    const int iSFM = p.m_iSFM;
-    if ((iSFM == 1 || iSFM == 2) && m_pSink != nullptr) {
+    const qk::field::SModel &model = qk::field::Model(p.m_iSFM);
+    using qk::field::Response;
+    if (model.response == Response::Room && m_pSink != nullptr) {
         if (p.m_iHoldIRs == 0) {
             ReInitializeBinauralImpulseResponse();
         }
-    } else if (iSFM == kPreComputedModel) {
+    } else if (model.response == Response::PreComputed) {
         if (p.m_iHoldIRs == 0) {
             ReInitializeBIR_PCIRS();
         }
     } else {
-        if (iSFM == 3 && p.m_iOneReverb == 0 && m_pSink != nullptr && p.m_iHoldIRs == 0) {
+        if (model.bImagesForLatePart && p.m_iOneReverb == 0 && m_pSink != nullptr &&
+            p.m_iHoldIRs == 0) {
             EarlyPartOnly();  // the late part is tuned from this source's images
         }
         ReInitializeHRTF(iRate);
     }
-    if ((iSFM == 2 || iSFM == 3) && p.m_iOneReverb == 0) {
+    if (model.late != qk::field::LatePart::None && p.m_iOneReverb == 0) {
         Terminate_LatePart(&m_ReverbL, &m_ReverbR);
         Initialize_LatePart(m_iBlock, m_iRate, &m_ReverbL, &m_ReverbR);
     }
@@ -411,8 +417,9 @@ void CQUENDARIC_Object_Source_Sound::Convolve(float *pfIn, int n, int iRate, flo
 // unchanged. A sound that has no bands for the selector renders its mono signal whole.
 void CQUENDARIC_Object_Source_Sound::Render(int n, int iRate, int iSelector, float fGain) {
     const CQUENDARIC_PARAMETERS &p = *m_pParameters;
-    if (p.m_iOneReverb == 0 && (p.m_iSFM == 2 || p.m_iSFM == 3)) {
-        RenderWithLatePart(n, iRate, p.m_iSFM);
+    const qk::field::LatePart late = qk::field::Model(p.m_iSFM).late;
+    if (p.m_iOneReverb == 0 && late != qk::field::LatePart::None) {
+        RenderWithLatePart(n, iRate, late);
         return;
     }
     if (m_pParameters->m_iSplitBands == 0) {
@@ -451,7 +458,9 @@ void CQUENDARIC_Object_Source_Sound::Render(int n, int iRate, int iSelector, flo
 }
 
 float CQUENDARIC_Object_Source_Sound::DirectPathLevel() {
-    if (!takesDirectPathLevel(m_pParameters->m_iSFM)) {
+    // The room models and the pre-computed sets bring their distance law inside their
+    // responses.
+    if (!qk::field::Model(m_pParameters->m_iSFM).bLevelByDistance) {
         return 1.0f;
     }
     m_fDistance = GetDistance(m_pSink->m_position, m_position);
@@ -463,7 +472,8 @@ float CQUENDARIC_Object_Source_Sound::DirectPathLevel() {
 // always had). A swung azimuth isn't whole, so the next block rebuilds and takes it as the
 // new centre: the swing builds on itself until the next move.
 void CQUENDARIC_Object_Source_Sound::HeadMotion(int n, int iRate) {
-    if (m_pParameters->m_iHeadMotion != 1 || m_pParameters->m_iSFM != 0) {
+    if (m_pParameters->m_iHeadMotion != 1 ||
+        !qk::field::Model(m_pParameters->m_iSFM).bLevelByDistance) {
         return;
     }
     ++m_iMotionCounter;

@@ -11,8 +11,9 @@
 
 #include <string>
 
-#include "dsp/CLatePart.h"
+#include "field/SoundFieldModel.h"
 #include "render/CQUENDARIC_Object_Source.h"
+#include "services/CLatePart.h"
 
 class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
     QK_DECLARE_SERIAL(CQUENDARIC_Object_Source_Sound)
@@ -21,8 +22,12 @@ class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
     // For archives: no settings, no draw element.
     CQUENDARIC_Object_Source_Sound();
     // A source at a place (metres) with a name. Angles stay 0 until a listener is known.
+    // Without resources it has no HRTF set and no room model until it is given them.
     CQUENDARIC_Object_Source_Sound(CQUENDARIC_PARAMETERS *pParameters, C3Point position,
                                    const std::string &strName);
+    // The same with the engine context's set and models, as the engine makes its sources.
+    CQUENDARIC_Object_Source_Sound(CQUENDARIC_PARAMETERS *pParameters, CRenderResources *pResources,
+                                   C3Point position, const std::string &strName);
     ~CQUENDARIC_Object_Source_Sound() override;
 
     // The base, then version 1.0.
@@ -96,7 +101,7 @@ class CQUENDARIC_Object_Source_Sound : public CQUENDARIC_Object_Source {
     bool FollowMoves(int iRate);
     void RebuildResponse(int iRate);
     void DrawGraph(int iRate);
-    void RenderWithLatePart(int n, int iRate, int iSFM);
+    void RenderWithLatePart(int n, int iRate, qk::field::LatePart late);
     void EarlyPartOnly();
     // Renders the block into m_pfData at the level fGain, or into the listener's spectrum
     // sums when it has them and the convolver can.

@@ -4,10 +4,13 @@
 #include <cstdio>
 #include <mutex>
 
+#include "field/CSFM_ISM_ORMS.h"
+#include "field/CSFM_PCIRS.h"
 #include "field/ResponsePlot.h"
 #include "platform/Report.h"
 #include "render/CQUENDARIC_Object_Source_Sound.h"
-#include "sdk/CQUENDARIC_PARAMETERS.h"
+#include "settings/CQUENDARIC_PARAMETERS.h"
+#include "settings/CRenderResources.h"
 
 namespace {
 constexpr const char *kCaption = "Quendarik";
@@ -33,7 +36,8 @@ void CQUENDARIC_Object_Source_Sound::DrawGraph(int iRate) {
     if (CSFM *pModel = RoomModel()) {
         plot.fRT60 = pModel->GetRT60();
     }
-    if (const CSFM_ISM *pRoom = p.m_pSFM_ORMS->Model(m_iID)) {
+    CSFM_ISM_ORMS *pRooms = m_pResources != nullptr ? m_pResources->RoomModel() : nullptr;
+    if (const CSFM_ISM *pRoom = pRooms != nullptr ? pRooms->Model(m_iID) : nullptr) {
         plot.iImagesTotal = pRoom->m_iImagesTotal;
         plot.iImagesUsed = pRoom->m_iImagesValid;
     }
@@ -76,7 +80,9 @@ float CQUENDARIC_Object_Source_Sound::Initialize_LatePart(int, int iRate,
     SLateField field;
     field.fRT60 = pModel->GetRT60();
     field.fOnset = static_cast<float>(m_iMonoIRLength);
-    m_pParameters->m_pSFM_ORMS->EarlyDelays(m_iID, field.afEarlyDelays);
+    if (CSFM_ISM_ORMS *pRooms = m_pResources != nullptr ? m_pResources->RoomModel() : nullptr) {
+        pRooms->EarlyDelays(m_iID, field.afEarlyDelays);
+    }
     // Without a reverberation time (no room) the pair stays empty and adds nothing.
     if (!(field.fRT60 > 0.0f)) {
         return 0.0f;
@@ -113,17 +119,19 @@ void CQUENDARIC_Object_Source_Sound::Terminate_LatePart(CQUENDARIC_Service_Rever
     }
 }
 
-// Model 2: the room's early response with this source's late part mixed in by the dry level.
-// Model 3: one HRTF for the direction, then each ear's reverb, whose output alone is heard.
-// Either way the object's block holds the result, and m_pfMono the block's mono signal.
-void CQUENDARIC_Object_Source_Sound::RenderWithLatePart(int n, int iRate, int iSFM) {
+// Dry and wet (model 2): the room's early response with this source's late part mixed in by
+// the dry level. Wet only (model 3): one HRTF for the direction, then each ear's reverb, whose
+// output alone is heard. Either way the object's block holds the result, and m_pfMono the
+// block's mono signal.
+void CQUENDARIC_Object_Source_Sound::RenderWithLatePart(int n, int iRate,
+                                                        qk::field::LatePart late) {
     float *pfMono = m_pfBlockMono;
     if (pfMono != m_pfMono.get()) {
         std::copy(pfMono, pfMono + n, m_pfMono.get());
     }
     m_iMonoHeld = 0;
     m_iBlockHeld = 0;
-    if (iSFM == 2) {
+    if (late == qk::field::LatePart::DryAndWet) {
         GetSamples_LatePart(m_pfMono, m_pfData, n, &m_ReverbL, &m_ReverbR, iRate);
         return;
     }

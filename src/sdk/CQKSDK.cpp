@@ -360,7 +360,7 @@ int CQKSDK::qk_Wrld_Get_File(char *pcBuffer) {
 }
 
 int CQKSDK::qk_Wrld_Get(void *&pWorld) {
-    pWorld = &m_pProcessor->m_Parameters.m_World;
+    pWorld = &m_pProcessor->m_Context.m_World;
     return 0;
 }
 

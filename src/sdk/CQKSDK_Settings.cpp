@@ -5,13 +5,13 @@
 #include <cstring>
 #include <mutex>
 
+#include "field/SoundFieldModel.h"
 #include "quendarik/CQKSDK.h"
 #include "sdk/CQUENDARIK_PROCESSOR.h"
 
 namespace {
 constexpr int kHeadphones = 1;
 constexpr int kLoudspeakers = 2;
-constexpr int kPreComputedModel = 4;
 
 // The research switch of a key, exact case, or null.
 qk::Relaxed<int> *researchFlag(CQUENDARIC_PARAMETERS &params, const char *pcKey,
@@ -278,9 +278,9 @@ int CQKSDK::qk_SFM_Set_DirPreComputedWav(const char *pcDir) {
         std::lock_guard<std::recursive_mutex> strings(params.m_csStrings);
         params.m_strDirPreComputedWav = pcDir != nullptr ? pcDir : "";
     }
-    if (params.m_iSFM == kPreComputedModel) {
+    if (qk::field::Model(params.m_iSFM).response == qk::field::Response::PreComputed) {
         params.m_iWorldChanged = 1;
-        params.m_pSFM_PCIRS->init(pcDir != nullptr ? pcDir : "");
+        m_pProcessor->m_Context.m_pSFM_PCIRS->init(pcDir != nullptr ? pcDir : "");
     }
     return 0;
 }

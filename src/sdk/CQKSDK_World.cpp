@@ -30,7 +30,7 @@ std::string dimension(float f) {
 int CQKSDK::qk_Wrld_None() {
     std::lock_guard<qk::CEngineLock> guard(m_pProcessor->m_csEngine);
     CQUENDARIC_PARAMETERS &params = m_pProcessor->m_Parameters;
-    params.m_World.ClearPlanes();
+    m_pProcessor->m_Context.m_World.ClearPlanes();
     params.m_iWorldChanged = 1;
     params.m_iWorldModel = 0;
     return 0;
@@ -72,9 +72,9 @@ int CQKSDK::qk_Wrld_Preset(int iPreset) {
 int CQKSDK::qk_Wrld_ShoeBox(float fWidth, float fDepth, float fHeight) {
     std::lock_guard<qk::CEngineLock> guard(m_pProcessor->m_csEngine);
     CQUENDARIC_PARAMETERS &params = m_pProcessor->m_Parameters;
-    params.m_World.ClearPlanes();
-    CWorld_Utils::Generate_ShoeBox(&params.m_World, dimension(fWidth), dimension(fDepth),
-                                   dimension(fHeight));
+    m_pProcessor->m_Context.m_World.ClearPlanes();
+    CWorld_Utils::Generate_ShoeBox(&m_pProcessor->m_Context.m_World, dimension(fWidth),
+                                   dimension(fDepth), dimension(fHeight));
     params.m_iWorldChanged = 1;
     params.m_iWorldModel = 1;
     return 0;
@@ -83,9 +83,9 @@ int CQKSDK::qk_Wrld_ShoeBox(float fWidth, float fDepth, float fHeight) {
 int CQKSDK::qk_Wrld_Trapezium(float fWidthFront, float fWidthBack, float fDepth, float fHeight) {
     std::lock_guard<qk::CEngineLock> guard(m_pProcessor->m_csEngine);
     CQUENDARIC_PARAMETERS &params = m_pProcessor->m_Parameters;
-    params.m_World.ClearPlanes();
-    CWorld_Utils::Generate_Trapezium(&params.m_World, dimension(fWidthFront), dimension(fWidthBack),
-                                     dimension(fDepth), dimension(fHeight));
+    m_pProcessor->m_Context.m_World.ClearPlanes();
+    CWorld_Utils::Generate_Trapezium(&m_pProcessor->m_Context.m_World, dimension(fWidthFront),
+                                     dimension(fWidthBack), dimension(fDepth), dimension(fHeight));
     params.m_iWorldChanged = 1;
     params.m_iWorldModel = 2;
     return 0;
@@ -96,9 +96,10 @@ int CQKSDK::qk_Wrld_Import(const char *pcPath) {
     CQUENDARIC_PARAMETERS &params = m_pProcessor->m_Parameters;
     params.m_iWorldChanged = 1;
     params.m_iWorldModel = 3;
-    params.m_World.ClearPlanes();
-    CDSC_Scene::Import(&params.m_World, pcPath != nullptr ? pcPath : "", "main gd", 1);
-    params.m_World.Generate();
+    m_pProcessor->m_Context.m_World.ClearPlanes();
+    CDSC_Scene::Import(&m_pProcessor->m_Context.m_World, pcPath != nullptr ? pcPath : "", "main gd",
+                       1);
+    m_pProcessor->m_Context.m_World.Generate();
     return -1;  // always: hosts have never been given anything else here
 }
 
@@ -118,7 +119,7 @@ int CQKSDK::qk_Wrld_Set_File_Full(const char *pcPath) {
             params.m_strWorldFile = path;
         }
         qk::CArchive ar(file, qk::CArchive::load);
-        params.m_World.Serialize(ar);  // reports an archive it can't read
+        m_pProcessor->m_Context.m_World.Serialize(ar);  // reports an archive it can't read
         return 0;
     }
     const std::string name = qk::ToUpper(qk::FileNamePart(path));
@@ -148,7 +149,7 @@ int CQKSDK::qk_Wrld_Generate_Default(const char *pcName) {
     std::filesystem::create_directories(worldFolder(), ec);
     qk::CMemoryStream bytes;
     qk::CArchive ar(bytes, qk::CArchive::store);
-    m_pProcessor->m_Parameters.m_World.Serialize(ar);
+    m_pProcessor->m_Context.m_World.Serialize(ar);
     errno = 0;
     if (!qk::files::ReplaceFile(path, bytes.Bytes())) {
         const std::string reason = "Cannot write '" + path + "': " + std::strerror(errno);
@@ -161,7 +162,7 @@ int CQKSDK::qk_Wrld_Generate_Default(const char *pcName) {
 
 int CQKSDK::qk_Wrld_ReInitialize() {
     std::lock_guard<qk::CEngineLock> guard(m_pProcessor->m_csEngine);
-    m_pProcessor->m_Parameters.m_World.Generate();
+    m_pProcessor->m_Context.m_World.Generate();
     m_pProcessor->m_Parameters.m_iWorldChanged = 1;
     return 0;
 }

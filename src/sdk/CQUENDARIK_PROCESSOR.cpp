@@ -1,4 +1,5 @@
 #include "sdk/CQUENDARIK_PROCESSOR.h"
+#include "sdk/SourceKinds.h"
 
 #include <algorithm>
 #include <chrono>
@@ -144,22 +145,7 @@ void CQUENDARIK_PROCESSOR::OnPlay(uintptr_t, intptr_t) {
             continue;
         }
         if (m_iPaused == 0) {
-            {
-                // Held while walking the list, so that a host thread adding a source can't
-                // move the list under the walk.
-                std::lock_guard<qk::CEngineLock> guard(m_csEngine);
-                for (auto &source : m_listSources) {
-                    source->_process_1P(nullptr, iBlockLength, iBits, iChannels, iSampleRate);
-                }
-            }
-            const int result = _processWinAmp(iBlockLength, iBits, iChannels, iSampleRate);
-            m_iBlocks = m_iBlocks + 1;
-            // The device's wait for a free buffer is the loop's clock. A block that reached no
-            // device (none opens, or nothing was rendered: no HRTF set, no listener) is paced
-            // by the clock instead, so that play keeps to real time and doesn't spin. With no
-            // output at all (-2) blocks are made as fast as they can be.
-            const bool bDevicePaced = result == 1 && m_Playback.IsOpen();
-            bClocked = result == -1 || (result == 1 && !bDevicePaced);
+            bClocked = PlayOneBlock(iBlockLength, iBits, iChannels, iSampleRate);
             due = bClocked ? std::max(due + blockTime, Clock::now()) : Clock::now();
             // Unpaced this loop would take the lock back at once, every time; host threads
             // waiting for it go first.
@@ -178,6 +164,26 @@ void CQUENDARIK_PROCESSOR::OnPlay(uintptr_t, intptr_t) {
     m_iStopRequested = 0;
     m_bInPlay = false;
     m_evtStopped.SetEvent();
+}
+
+bool CQUENDARIK_PROCESSOR::PlayOneBlock(int iBlockLength, int iBits, int iChannels,
+                                        int iSampleRate) {
+    {
+        // Held while walking the list, so that a host thread adding a source can't move the
+        // list under the walk.
+        std::lock_guard<qk::CEngineLock> guard(m_csEngine);
+        for (auto &source : m_listSources) {
+            source->_process_1P(nullptr, iBlockLength, iBits, iChannels, iSampleRate);
+        }
+    }
+    const int result = _processWinAmp(iBlockLength, iBits, iChannels, iSampleRate);
+    m_iBlocks = m_iBlocks + 1;
+    // The device's wait for a free buffer is the loop's clock. A block that reached no device
+    // (none opens, or nothing was rendered: no HRTF set, no listener) is paced by the clock
+    // instead, so that play keeps to real time and doesn't spin. With no output at all (-2)
+    // blocks are made as fast as they can be.
+    const bool bDevicePaced = result == 1 && m_Playback.IsOpen();
+    return result == -1 || (result == 1 && !bDevicePaced);
 }
 
 void CQUENDARIK_PROCESSOR::OnStop(uintptr_t, intptr_t) {
@@ -281,23 +287,19 @@ int CQUENDARIK_PROCESSOR::AddSource_File(int &iID, const std::string &strPath) {
     if (strPath.size() < 3) {
         return -1;
     }
-    const std::string kind = qk::ToUpper(strPath.substr(strPath.size() - 3));
-    std::unique_ptr<CSOURCE_FILE> source;
-    if (kind == "WAV") {
-        source = std::make_unique<CSOURCE_WAVE>();
-        source->SetFile(strPath);
-    } else if (kind == "AC3") {
-        source = std::make_unique<CSOURCE_AC3>();
-    } else if (kind == "MP3") {
-        // A file that is there but isn't MPEG audio is refused now rather than playing
-        // silence; a missing file is accepted and reported when play opens it.
-        source = std::make_unique<CSOURCE_MP3>();
-        if (std::filesystem::exists(strPath) && source->CheckFileName(strPath) != 0) {
-            qk::Report(strPath + ": not an MPEG audio file.", kCaption, qk::Severity::Error);
-            return -1;
-        }
-    } else {
-        qk::Report(kind + " files are not supported.", kCaption, qk::Severity::Error);
+    const std::string ending = qk::ToUpper(strPath.substr(strPath.size() - 3));
+    const qk::sources::SSourceKind *kind = qk::sources::KindOfExtension(ending);
+    if (kind == nullptr) {
+        qk::Report(ending + " files are not supported.", kCaption, qk::Severity::Error);
+        return -1;
+    }
+    std::unique_ptr<CSOURCE> made = kind->pfnMake();
+    std::unique_ptr<CSOURCE_FILE> source(dynamic_cast<CSOURCE_FILE *>(made.get()));
+    if (source == nullptr) {
+        return -1;  // a kind with a name ending is a file kind; this is never reached
+    }
+    made.release();
+    if (kind->pfnPrepare != nullptr && !kind->pfnPrepare(*source, strPath)) {
         return -1;
     }
     source->m_strFile = strPath;
@@ -349,6 +351,10 @@ int CQUENDARIK_PROCESSOR::SoundSource_File_GetFileInfo(int iID, char *pcInfo1, c
     return 0;
 }
 
+// Does nothing and returns 0, as it always has, and no facade operation reaches it. A sound
+// source can't simply go: virtual sources hold it by pointer (a removal would leave them
+// reading freed memory), and a project names its sources by their place in the list.
+// Removing one would first have to unbind the virtual sources that play it.
 int CQUENDARIK_PROCESSOR::RemoveSource(int) {
     return 0;
 }

@@ -14,8 +14,7 @@
 #include "audio/CAudio_Playback.h"
 #include "binaural/CHRTF_Converter.h"
 #include "binaural/CQUENDARIC_Service_CrossTalk.h"
-#include "binaural/CSERVICE_FILTER.h"
-#include "dsp/CLatePart.h"
+#include "core/CSERVICE_FILTER.h"
 #include "dsp/IppBuffer.h"
 #include "field/CSFM.h"
 #include "platform/EngineLock.h"
@@ -26,7 +25,9 @@
 #include "render/CQUENDARIC_Object_Sink.h"
 #include "render/CQUENDARIC_Object_Source.h"
 #include "sdk/CMoveDirectory.h"
-#include "sdk/CQUENDARIC_PARAMETERS.h"
+#include "services/CLatePart.h"
+#include "settings/CEngineContext.h"
+#include "settings/CQUENDARIC_PARAMETERS.h"
 #include "sources/CSINK_WAVE.h"
 #include "sources/CSOURCE.h"
 
@@ -255,6 +256,8 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     qk::CEvent m_evtExited;
     qk::CEvent m_evtStopped;
     CQUENDARIC_PARAMETERS m_Parameters;
+    // The world, the material session, the room models and the HRTF sets in force.
+    CEngineContext m_Context{m_Parameters};
     std::vector<std::unique_ptr<CSOURCE>> m_listSources;  // owned
     // The listener added last, told to new sources; not owned. Lists change under the lock.
     CQUENDARIC_Object_Sink *m_pCurrentSink = nullptr;
@@ -329,6 +332,9 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     void FinishBlock(CQUENDARIC_Object_Sink &listener);
 
     void OnPlay(uintptr_t wParam, intptr_t lParam);
+    // One block of play: every sound source's block, then the block itself. True when the
+    // block reached no device, so that the loop keeps time by the clock.
+    bool PlayOneBlock(int iBlockLength, int iBits, int iChannels, int iSampleRate);
     void OnStop(uintptr_t wParam, intptr_t lParam);
     void OnProcessWinAmp(uintptr_t wParam, intptr_t lParam);
 

@@ -51,7 +51,7 @@ T *findById(const std::vector<std::unique_ptr<T>> &list, int iID) {
 // is bound.
 CVRSoundSource *tieIn(CQUENDARIK_PROCESSOR &engine, CQUENDARIC_Object_Source_Sound &object,
                       int iSoundID, int iAudioLink) {
-    auto &entries = engine.m_Parameters.m_World.m_VRSources;
+    auto &entries = engine.m_Context.m_World.m_VRSources;
     entries.push_back(std::make_unique<CVRSoundSource>());
     object.m_i3DSourceWavID = object.m_iID;
     object.m_pVRSource = entries.back().get();
@@ -73,7 +73,8 @@ int CQUENDARIK_PROCESSOR::Add3DSource_Sound(int &iID, int iSoundID, int iAudioLi
                                             float y, float z, const std::string &strName) {
     Guard guard(m_csEngine);
     const C3Point point(x, y, z, 0);
-    auto pObject = std::make_unique<CQUENDARIC_Object_Source_Sound>(&m_Parameters, point, strName);
+    auto pObject =
+        std::make_unique<CQUENDARIC_Object_Source_Sound>(&m_Parameters, &m_Context, point, strName);
     tieIn(*this, *pObject, iSoundID, iAudioLink)->m_position = point;
     iID = pObject->m_iID;
     m_list3DSources.push_back(std::move(pObject));
@@ -85,6 +86,7 @@ int CQUENDARIK_PROCESSOR::Add3DSource_Sound(int &iID, int iSoundID, int iAudioLi
     Guard guard(m_csEngine);
     auto pObject = std::make_unique<CQUENDARIC_Object_Source_Sound>();
     pObject->m_pParameters = &m_Parameters;
+    pObject->m_pResources = &m_Context;
     tieIn(*this, *pObject, iSoundID, iAudioLink);
     iID = pObject->m_iID;
     m_list3DSources.push_back(std::move(pObject));
@@ -108,8 +110,8 @@ int CQUENDARIK_PROCESSOR::Remove3DSourceSound(int iID) {
     const std::unique_ptr<CQUENDARIC_Object_Source> leaving = std::move(*it);
     m_list3DSources.erase(it);
     RefreshMoves();
-    eraseEntry(m_Parameters.m_World.m_VRSources, pEntry);
-    m_Parameters.m_pSFM_ORMS->RemoveModel(iID);  // its room model goes with it
+    eraseEntry(m_Context.m_World.m_VRSources, pEntry);
+    m_Context.m_pSFM_ORMS->RemoveModel(iID);  // its room model goes with it
     return 0;
 }
 
@@ -119,7 +121,7 @@ int CQUENDARIK_PROCESSOR::RemoveAll3DSources() {
     m_list3DSources.clear();
     RefreshMoves();
     for (const auto &object : leaving) {
-        m_Parameters.m_pSFM_ORMS->RemoveModel(object->m_iID);
+        m_Context.m_pSFM_ORMS->RemoveModel(object->m_iID);
     }
     return 0;
 }
@@ -279,7 +281,7 @@ int CQUENDARIK_PROCESSOR::Add3DListener(int &iID) {
     auto pSink = std::make_unique<CQUENDARIC_Object_Sink>();
     iID = pSink->m_iID;
     m_pCurrentSink = pSink.get();
-    auto &clients = m_Parameters.m_World.m_VRClients;
+    auto &clients = m_Context.m_World.m_VRClients;
     clients.push_back(std::make_unique<CVRClient>());
     CVRClient *pClient = clients.back().get();
     pSink->m_pClient = pClient;
@@ -316,7 +318,7 @@ int CQUENDARIK_PROCESSOR::Remove3DListener(int iID) {
     const auto leaving =
         takeEntry(m_list3DSinks, static_cast<const CQUENDARIC_Object_Sink *>(pSink));
     RefreshMoves();
-    eraseEntry(m_Parameters.m_World.m_VRClients, pClient);
+    eraseEntry(m_Context.m_World.m_VRClients, pClient);
     qk::Report("TODO: Remove3DListener", kCaption, qk::Severity::Info);
     return 0;
 }

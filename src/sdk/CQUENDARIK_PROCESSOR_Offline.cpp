@@ -97,17 +97,17 @@ int CQUENDARIK_PROCESSOR::SaveAsWave(const std::string &strName, float *pfBlock,
 }
 
 std::unique_ptr<CSFM> CQUENDARIK_PROCESSOR::MakePrivateModel() {
-    auto model = std::make_unique<CSFM_ISM>(&m_Parameters.m_World);
-    model->m_pCode4 = &m_Parameters.m_Code4;
+    auto model = std::make_unique<CSFM_ISM>(&m_Context.m_World);
+    model->m_pCode4 = &m_Context.m_Code4;
     return model;
 }
 
 int CQUENDARIK_PROCESSOR::SFM_PreComputeWav() {
     Guard guard(m_csEngine);
     CQUENDARIC_PARAMETERS &p = m_Parameters;
-    p.SetHRTF();
+    m_Context.SetHRTF();
     p.m_iHRTFChanged = 1;
-    if (p.m_pHRTF == nullptr) {
+    if (m_Context.m_pHRTF == nullptr) {
         return -1;
     }
     CQUENDARIC_Object_Sink *pListener = GetSink();
@@ -134,7 +134,7 @@ int CQUENDARIK_PROCESSOR::SFM_PreComputeWav() {
         source.m_iRate = kSetRate;
         source.Move_LookAt(source.m_position, source.m_lookAt);  // the angles, refreshed
         model->GetBinauralImpulseResponse(
-            p.m_pHRTF.get(), source.m_pfMonoIR, source.m_iMonoIRLength, source.m_pfBIRLeft,
+            m_Context.m_pHRTF.get(), source.m_pfMonoIR, source.m_iMonoIRLength, source.m_pfBIRLeft,
             source.m_pfBIRRight, source.m_iBIRLength, source.m_position, source.m_lookAt,
             pListener->m_position, pListener->m_lookAt, strHRTF, p.m_iSpecularOrder,
             p.m_fTemperature, kSetRate, source.m_fBIRPeakL, source.m_fBIRPeakR,

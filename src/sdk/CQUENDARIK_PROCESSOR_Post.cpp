@@ -16,7 +16,7 @@ int CQUENDARIK_PROCESSOR::CrossTalk(float *pfBlock, int n, int iSampleRate, int)
     const float az2 = p.m_fCTCAzimuthR, el2 = p.m_fCTCElevationR, d2 = p.m_fCTCDistanceR;
     const int mode = p.m_iCTCFilterMode;
     const float tes = p.m_fTES;
-    CHELPER_HRTF *set = p.m_pHRTF_CTC.get();
+    CHELPER_HRTF *set = m_Context.m_pHRTF_CTC.get();
     if (m_CrossTalk.m_iInitialized == 0) {
         if (set == nullptr) {
             return -1;
@@ -34,7 +34,7 @@ int CQUENDARIK_PROCESSOR::Reverb_Initialize(CQUENDARIC_Service_Reverb &left,
                                             CQUENDARIC_Service_Reverb &right, int iSampleRate) {
     // The room's time, and the early delays and echogram length of the source the room model
     // served last.
-    CSFM_ISM_ORMS &room = *m_Parameters.m_pSFM_ORMS;
+    CSFM_ISM_ORMS &room = *m_Context.m_pSFM_ORMS;
     m_GlobalLateField.fRT60 = room.GetRT60();
     std::copy(room.m_afEarlyDelays, room.m_afEarlyDelays + 6, m_GlobalLateField.afEarlyDelays);
     m_GlobalLateField.fOnset = static_cast<float>(room.m_iLastLength);

@@ -8,6 +8,7 @@
 #include "platform/Archive.h"
 #include "render/CQUENDARIC_Object_Source_Sound.h"
 #include "sdk/CQUENDARIK_PROCESSOR.h"
+#include "sdk/SourceKinds.h"
 #include "sources/CSOURCE_AC3.h"
 #include "sources/CSOURCE_GAUSS.h"
 #include "sources/CSOURCE_HOSTFED.h"
@@ -18,19 +19,6 @@
 namespace {
 using Guard = std::lock_guard<qk::CEngineLock>;
 
-// Tags of the sound source kinds.
-enum SourceTag {
-    kTagSource = 1,
-    kTagGauss = 2,
-    kTagSoundCard = 3,
-    kTagWave = 4,
-    kTagWinAmp = 5,
-    kTagVST = 6,
-    kTagDXi2 = 7,
-    kTagWMP = 8,
-    kTagAC3 = 9,
-    kTagMP3 = 10,
-};
 // Tags of the virtual source kinds.
 enum ObjectTag { kTagObjectSource = 1, kTagObjectSound = 2 };
 
@@ -41,62 +29,20 @@ constexpr int64_t kMinObjectBytes = 4 + 45 + 26;
 // Entries a section may claim when the archive can't tell how much is left.
 constexpr int32_t kMaxEntries = 1 << 16;
 
-template <typename T>
-bool isKind(const CSOURCE &source) {
-    return dynamic_cast<const T *>(&source) != nullptr;
-}
-
-// The kinds are tested from the base down and the last match counts, so that the most derived
-// kind is told (a wave source is also a source, and is tagged 4).
+// The kinds and their tags are the table's (sdk/SourceKinds.h).
 int32_t sourceTag(const CSOURCE &source) {
-    int32_t tag = kTagSource;
-    const std::pair<bool, SourceTag> tests[] = {
-        {isKind<CSOURCE_GAUSS>(source), kTagGauss},
-        {isKind<CSOURCE_SOUNDCARD>(source), kTagSoundCard},
-        {isKind<CSOURCE_WAVE>(source), kTagWave},
-        {isKind<CSOURCE_WINAMP>(source), kTagWinAmp},
-        {isKind<CSOURCE_VST>(source), kTagVST},
-        {isKind<CSOURCE_DXi2>(source), kTagDXi2},
-        {isKind<CSOURCE_WMP>(source), kTagWMP},
-        {isKind<CSOURCE_AC3>(source), kTagAC3},
-        {isKind<CSOURCE_MP3>(source), kTagMP3},
-    };
-    for (const auto &test : tests) {
-        if (test.first) {
-            tag = test.second;
-        }
-    }
-    return tag;
+    return qk::sources::TagOf(source);
 }
 
 std::unique_ptr<CSOURCE> makeSource(int32_t tag) {
-    switch (tag) {
-        case kTagSource:
-            return std::make_unique<CSOURCE>();
-        case kTagGauss:
-            return std::make_unique<CSOURCE_GAUSS>();
-        case kTagSoundCard:
-            return std::make_unique<CSOURCE_SOUNDCARD>();
-        case kTagWave:
-            return std::make_unique<CSOURCE_WAVE>();
-        case kTagWinAmp:
-            return std::make_unique<CSOURCE_WINAMP>();
-        case kTagVST:
-            return std::make_unique<CSOURCE_VST>();
-        case kTagDXi2:
-            return std::make_unique<CSOURCE_DXi2>();
-        case kTagWMP:
-            return std::make_unique<CSOURCE_WMP>();
-        case kTagAC3:
-            return std::make_unique<CSOURCE_AC3>();
-        case kTagMP3:
-            return std::make_unique<CSOURCE_MP3>();
-        default:
-            // Read over the previous entry again, as a tag outside the table once did, the
-            // rest of the file would be read as nonsense: it is refused instead.
-            throw qk::CArchiveException(qk::CArchiveException::badData,
-                                        "unknown sound source tag " + std::to_string(tag));
+    const qk::sources::SSourceKind *kind = qk::sources::KindOfTag(tag);
+    if (kind == nullptr) {
+        // Read over the previous entry again, as a tag outside the table once did, the
+        // rest of the file would be read as nonsense: it is refused instead.
+        throw qk::CArchiveException(qk::CArchiveException::badData,
+                                    "unknown sound source tag " + std::to_string(tag));
     }
+    return kind->pfnMake();
 }
 
 std::unique_ptr<CQUENDARIC_Object_Source> makeObject(int32_t tag) {
@@ -230,13 +176,13 @@ void CQUENDARIK_PROCESSOR::CommitProject(SProject &project) {
     Guard guard(m_csEngine);
     // The old objects go before the sounds they point at.
     RemoveAll3DSources();
-    m_Parameters.m_World.ClearVRSources();
+    m_Context.m_World.ClearVRSources();
     if (project.settings != nullptr) {
         m_Parameters.ApplyStored(*project.settings);
         m_Parameters.m_iWorldChanged = 1;
         InstallSources(project.sources);
     }
-    auto &entries = m_Parameters.m_World.m_VRSources;
+    auto &entries = m_Context.m_World.m_VRSources;
     for (auto &object : project.objects) {
         entries.push_back(std::make_unique<CVRSoundSource>());
         CVRSoundSource *pEntry = entries.back().get();
@@ -244,6 +190,7 @@ void CQUENDARIK_PROCESSOR::CommitProject(SProject &project) {
         pEntry->m_iEnable = object->m_iEnable;
         object->m_pVRSource = pEntry;
         object->m_pParameters = &m_Parameters;
+        object->m_pResources = &m_Context;
         object->m_pSink = m_pCurrentSink;
         m_list3DSources.push_back(std::move(object));
     }

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cmath>
 
+#include "field/SoundFieldModel.h"
 #include "sdk/CQUENDARIK_PROCESSOR.h"
 
 namespace {
@@ -55,7 +56,7 @@ float *CQUENDARIK_PROCESSOR::RenderBlock(int n, int iBits, int b, int iChannels,
         }
     }
     FollowHRTFRequests();
-    if (p.m_pHRTF == nullptr) {
+    if (m_Context.m_pHRTF == nullptr) {
         return nullptr;  // retried, and reported, at every block
     }
     CQUENDARIC_Object_Sink *listener = GetSink();
@@ -92,8 +93,8 @@ float *CQUENDARIK_PROCESSOR::RenderObjects(CQUENDARIC_Object_Sink &listener, int
     const bool bFrequencyMix = m_Parameters.m_iConvolution == 1 && listener.m_Mix.Begin(n);
     // In the room model's shared mode the first source's model makes the images the others
     // validate, so the sources rebuild one after the other in list order.
-    const int sfm = m_Parameters.m_iSFM;
-    const bool bShared = m_Parameters.m_iORMS == 1 && (sfm == 1 || sfm == 2);
+    const bool bShared =
+        m_Parameters.m_iORMS == 1 && qk::field::Model(m_Parameters.m_iSFM).bSharedImages;
     // Sources mixed in the frequency domain are always summed by groups, so that the sums
     // come out the same whatever the thread count, one thread included.
     if (!bShared && (bFrequencyMix || Workers().Threads() > 1)) {
@@ -236,7 +237,7 @@ void CQUENDARIK_PROCESSOR::RenderObjectsInPhases(CQUENDARIC_Object_Sink &listene
         }
     }
     // Workers may fetch responses from the data set: its rate is set here, once, not by each.
-    if (CHELPER_HRTF *set = m_Parameters.m_pHRTF.get(); set != nullptr) {
+    if (CHELPER_HRTF *set = m_Context.m_pHRTF.get(); set != nullptr) {
         if (set->m_iSampleRate != iRate) {
             set->m_iSampleRate = iRate;
         }
@@ -281,7 +282,7 @@ void CQUENDARIK_PROCESSOR::FinishBlock(CQUENDARIC_Object_Sink &listener) {
 
 void CQUENDARIK_PROCESSOR::FollowHRTFRequests() {
     CQUENDARIC_PARAMETERS &p = m_Parameters;
-    if (p.HRTFRequestPending() || m_iTestHRTF == 1 || p.m_pHRTF == nullptr) {
+    if (p.HRTFRequestPending() || m_iTestHRTF == 1 || m_Context.m_pHRTF == nullptr) {
         m_CrossTalk.m_iInitialized = 0;
         if (m_iTestHRTF == 1) {
             // The requested set is equalised first and its result requested instead.
@@ -290,24 +291,24 @@ void CQUENDARIK_PROCESSOR::FollowHRTFRequests() {
             }
             m_iTestHRTF = 0;
         }
-        p.SetHRTF();
+        m_Context.SetHRTF();
         p.m_iHRTFChanged = 1;
     }
-    if (p.HRTFRequestPendingCTC() || p.m_pHRTF_CTC == nullptr) {
+    if (p.HRTFRequestPendingCTC() || m_Context.m_pHRTF_CTC == nullptr) {
         m_CrossTalk.m_iInitialized = 0;
         // A canceller's set that failed to load is looked for again once a second, not at
         // every block: each look is a walk of the folders and a few allocations. A new
         // request is taken at once.
         const auto now = std::chrono::steady_clock::now();
         if (p.HRTFRequestPendingCTC() || now >= m_nextCTCLook) {
-            m_nextCTCLook = p.SetHRTF_CTC() == 0 ? now : now + std::chrono::seconds(1);
+            m_nextCTCLook = m_Context.SetHRTF_CTC() == 0 ? now : now + std::chrono::seconds(1);
         }
     }
 }
 
 int CQUENDARIK_PROCESSOR::PostProcess(float *pfBlock, int n, int iRate, int iBits) {
     CQUENDARIC_PARAMETERS &p = m_Parameters;
-    if (p.m_iSFM == 2 && p.m_iOneReverb == 1 && p.m_i3DAudio == 1) {
+    if (qk::field::Model(p.m_iSFM).bGlobalLatePart && p.m_iOneReverb == 1 && p.m_i3DAudio == 1) {
         Reverb_Process(m_ReverbL, m_ReverbR, pfBlock, pfBlock, n, iRate);
     }
     CrossTalk(pfBlock, n, iRate, iBits);
@@ -352,15 +353,14 @@ int CQUENDARIK_PROCESSOR::CheckAutomaticLimiter(float *pfBlock, int n, int, int 
 }
 
 int CQUENDARIK_PROCESSOR::CheckForMaterialChanges(int iSampleRate) {
-    const int sfm = m_Parameters.m_iSFM;
-    if (sfm < 1 || sfm > 3) {
+    if (!qk::field::Model(m_Parameters.m_iSFM).bMaterials) {
         return 0;
     }
     // One material a block: each change rebuilds every object, so several are spread out.
-    for (CVRPlane *plane : m_Parameters.m_World.m_Planes) {
+    for (CVRPlane *plane : m_Context.m_World.m_Planes) {
         if (plane->m_strMaterial != plane->m_Material.m_strName) {
             plane->m_Material.MakeFilter(plane->m_strMaterial, static_cast<float>(iSampleRate), 0,
-                                         &m_Parameters.m_Code4, m_Parameters.m_iMaterialCoeffs);
+                                         &m_Context.m_Code4, m_Parameters.m_iMaterialCoeffs);
             m_Parameters.m_iMaterialChanged = 1;
             return 0;
         }

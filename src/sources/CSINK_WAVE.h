@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "sources/CSSS.h"
+#include "core/CSSS.h"
 #include "sources/WaveFile.h"
 
 class CSINK_WAVE : public CSSS {

@@ -2,7 +2,7 @@
 // named variables, the integer rate change and the optional split into two bands.
 #pragma once
 
-#include "sources/CSSS.h"
+#include "core/CSSS.h"
 
 struct IppsIIRState_32f;
 

@@ -5,7 +5,8 @@
 #include <cmath>
 #include <vector>
 
-#include "sdk/CQUENDARIC_PARAMETERS.h"
+#include "settings/CEngineContext.h"
+#include "settings/CQUENDARIC_PARAMETERS.h"
 #include "sources/CSOURCE.h"
 #include "support/HrtfSets.h"
 #include "support/ScopedSettingsDir.h"
@@ -54,9 +55,10 @@ void point(CHELPER_HRTF &set, int iAzimuth, int iElevation, int m) {
 class SoundObject : public testing::Test {
   protected:
     void SetUp() override {
-        params.m_pHRTF = gainSet({{0.5f, 0.5f}, {0.25f, 1.0f}});
-        point(*params.m_pHRTF, 270, 0, 1);
-        object = std::make_unique<CQUENDARIC_Object_Source_Sound>(&params, at(1, 0, 0), "voice");
+        context.m_pHRTF = gainSet({{0.5f, 0.5f}, {0.25f, 1.0f}});
+        point(*context.m_pHRTF, 270, 0, 1);
+        object = std::make_unique<CQUENDARIC_Object_Source_Sound>(&params, &context, at(1, 0, 0),
+                                                                  "voice");
         object->m_pSSS_Source = &sound;
         object->m_pSink = &listener;
     }
@@ -88,6 +90,7 @@ class SoundObject : public testing::Test {
 
     qktest::ScopedSettingsDir dir{"sound_object"};
     CQUENDARIC_PARAMETERS params;
+    CEngineContext context{params};
     CQUENDARIC_Object_Sink listener;
     BlockSource sound;
     std::unique_ptr<CQUENDARIC_Object_Source_Sound> object;
@@ -184,7 +187,7 @@ TEST_F(SoundObject, DirectPathRendersTheDirectionAndLevel) {
 
     // A move of less than a degree asks the set for nothing: a changed measurement is not
     // seen until something forces a rebuild.
-    params.m_pHRTF->m_pfData[4] = 0.75f;
+    context.m_pHRTF->m_pfData[4] = 0.75f;
     object->Move(at(2, 0.01, 0));
     Block(n);
     ExpectGains(n, 0.125f, 0.5f);

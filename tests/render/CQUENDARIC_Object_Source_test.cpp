@@ -4,7 +4,8 @@
 
 #include <cmath>
 
-#include "sdk/CQUENDARIC_PARAMETERS.h"
+#include "settings/CEngineContext.h"
+#include "settings/CQUENDARIC_PARAMETERS.h"
 #include "support/HrtfSets.h"
 #include "support/ScopedSettingsDir.h"
 
@@ -67,12 +68,14 @@ TEST(CQUENDARIC_Object_Source, ElevationAboveAndFoldedBackOverThePole) {
 TEST(CQUENDARIC_Object_Source, ReInitializeHRTFAndCalculateIRs) {
     qktest::ScopedSettingsDir dir("source_irs");
     CQUENDARIC_PARAMETERS params;
-    params.m_pHRTF = qktest::MakeSet(1, 16, "BOTH", 44100);
-    qktest::FillLookup(*params.m_pHRTF, 0);
+    CEngineContext context(params);
+    context.m_pHRTF = qktest::MakeSet(1, 16, "BOTH", 44100);
+    qktest::FillLookup(*context.m_pHRTF, 0);
     Scene s;
     s.source.m_pParameters = &params;
+    s.source.m_pResources = &context;
     s.source.InitializeHRTFVariables();
-    EXPECT_EQ(s.source.m_HRTF.m_pHelper, params.m_pHRTF.get());
+    EXPECT_EQ(s.source.m_HRTF.m_pHelper, context.m_pHRTF.get());
 
     s.source.Move(at(-1, 0, 1));
     s.source.ReInitializeHRTF(44100);

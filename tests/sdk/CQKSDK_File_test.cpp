@@ -124,7 +124,7 @@ TEST_F(ProjectFiles, RoundTripKeepsTheSceneAndGivesTheSameBytes) {
     EXPECT_EQ(sources[4]->m_iEnable, 0);
 
     const auto &objectList = engine.m_list3DSources;
-    const auto &entries = engine.m_Parameters.m_World.m_VRSources;
+    const auto &entries = engine.m_Context.m_World.m_VRSources;
     ASSERT_EQ(objectList.size(), 3u);
     ASSERT_EQ(entries.size(), 3u);
     const struct {
@@ -267,7 +267,7 @@ TEST_F(ProjectFiles, DamagedOrForeignFilesChangeNothing) {
         EXPECT_EQ(engine.m_listSources[0].get(), pSound);
         ASSERT_EQ(engine.m_list3DSources.size(), 1u);
         EXPECT_EQ(engine.m_list3DSources[0].get(), pObject);
-        EXPECT_EQ(engine.m_Parameters.m_World.m_VRSources.size(), 1u);
+        EXPECT_EQ(engine.m_Context.m_World.m_VRSources.size(), 1u);
     }
     EXPECT_EQ(recorder.entries.size(), damaged.size());
     float gain = 0.0f;

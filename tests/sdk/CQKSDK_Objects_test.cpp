@@ -17,7 +17,7 @@ constexpr int kUnknown = 987654;
 class Objects : public testing::Test {
   protected:
     CQUENDARIK_PROCESSOR &Engine() { return CQKSDKTestAccess::Engine(sdk); }
-    CDSC_World &World() { return Engine().m_Parameters.m_World; }
+    CDSC_World &World() { return Engine().m_Context.m_World; }
     CQUENDARIC_Object_Source *Source(int id) { return Engine().Get3DSourceFromID(id); }
     // Each object's world entry is the entry at its own place in the world's list.
     void ExpectInStep() {

@@ -6,7 +6,7 @@
 
 #include "platform/Paths.h"
 #include "quendarik/CQKSDK.h"
-#include "sdk/CQUENDARIC_PARAMETERS.h"
+#include "settings/CQUENDARIC_PARAMETERS.h"
 #include "support/ScopedSettingsDir.h"
 
 using qktest::ScopedSettingsDir;

@@ -11,7 +11,7 @@ namespace {
 class WorldFacade : public testing::Test {
   protected:
     WorldFacade() : root("facade_world"), settings("facade_world") {}
-    CDSC_World &World() { return CQKSDKTestAccess::Engine(sdk).m_Parameters.m_World; }
+    CDSC_World &World() { return CQKSDKTestAccess::Engine(sdk).m_Context.m_World; }
     CQUENDARIC_PARAMETERS &Params() { return CQKSDKTestAccess::Engine(sdk).m_Parameters; }
     int Model() {
         int model = -9;

@@ -115,10 +115,9 @@ TEST_F(Loudspeakers, GlobalLatePairMixesByTheDryLevel) {
     EXPECT_EQ(engine.m_Parameters.m_fReverbWetLevel, 0.75f);
 
     // In a room, the pair is tuned from the room model.
-    CWorld_Utils::Generate_ShoeBox(&engine.m_Parameters.m_World, "6", "6", "4");
+    CWorld_Utils::Generate_ShoeBox(&engine.m_Context.m_World, "6", "6", "4");
     for (int i = 0; i < 6; ++i) {
-        engine.m_Parameters.m_pSFM_ORMS->m_afEarlyDelays[i] =
-            0.005f + 0.002f * static_cast<float>(i);
+        engine.m_Context.m_pSFM_ORMS->m_afEarlyDelays[i] = 0.005f + 0.002f * static_cast<float>(i);
     }
     engine.m_Parameters.m_iWorldChanged = 1;
     engine.Reverb_Process(engine.m_ReverbL, engine.m_ReverbR, in.data(), out.data(), 4096, kRate);

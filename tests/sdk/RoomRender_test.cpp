@@ -144,15 +144,14 @@ TEST(RoomRender, TheLatePartIsTunedFromTheSourcesImagesAndTheRoom) {
         ASSERT_EQ(sdk.qk_Siml_Process_WinAmp(1024, 16, 2, kRate), 0);
 
         CQUENDARIK_PROCESSOR &engine = CQKSDKTestAccess::Engine(sdk);
-        CQUENDARIC_PARAMETERS &params = engine.m_Parameters;
-        const CSFM_ISM *model = params.m_pSFM_ORMS->Model(source);
+        const CSFM_ISM *model = engine.m_Context.m_pSFM_ORMS->Model(source);
         ASSERT_NE(model, nullptr);
         ASSERT_GE(model->m_pfDelays.size(), 6u);
         float absorption = 0.0f;
-        for (CVRPlane *plane : params.m_World.m_Planes) {
+        for (CVRPlane *plane : engine.m_Context.m_World.m_Planes) {
             float average = 0.0f;
             CMATERIAL material;
-            material.GetAverage(&params.m_Code4, plane->m_strMaterial, average, 32);
+            material.GetAverage(&engine.m_Context.m_Code4, plane->m_strMaterial, average, 32);
             absorption += plane->Area() * average;
         }
         const float rt60 = 0.163f * 144.0f / absorption;

@@ -1,7 +1,8 @@
 // The one settings object: embedded in the engine, read by every rendering object through a
-// pointer and written by the facade. Scalar settings are written by host threads and read by
-// the engine thread once a block, so they are relaxed atomic words. Strings that cross threads
-// are read and written through the accessors, under m_csStrings.
+// pointer and written by the facade. It says what is wanted; what is in force (the world, the
+// HRTF sets, the room models) is the engine context's (CEngineContext). Scalar settings are written
+// by host threads and read by the engine thread once a block, so they are relaxed atomic words.
+// Strings that cross threads are read and written through the accessors, under m_csStrings.
 #pragma once
 
 #include <cstddef>
@@ -11,13 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "binaural/CHELPER_HRTF.h"
-#include "field/CSFM_ISM_ORMS.h"
-#include "field/CSFM_PCIRS.h"
-#include "field/CSFM_RT.h"
 #include "platform/Object.h"
 #include "platform/Relaxed.h"
-#include "world/CDSC_World.h"
 
 namespace qk {
 class CArchive;
@@ -71,15 +67,6 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
     int OnLoading_QKHRTF() { return 0; }
     int OnLoading_WORLD() { return 0; }
 
-    // Bring the data set in use in line with the request, on the engine's thread. A request
-    // that differs from m_strHRTF replaces it (an empty request takes m_strHRTF instead); the
-    // set is then loaded anew from that file. -1 with no set left for an empty path, a file
-    // that can't be opened (reported as "QKHRTF file not found", caption "FAILURE") or a
-    // file that doesn't load; 0 otherwise, after the canceller's set has been brought in
-    // line too. Objects holding the old set's pointer must take m_pHRTF again.
-    int SetHRTF();
-    // The same for the canceller's set, with no report: a failure gives -1 in silence.
-    int SetHRTF_CTC();
     // True while a request differs from the path in force, so that the block path knows a
     // set is to be loaded.
     bool HRTFRequestPending() const;
@@ -135,20 +122,11 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
     qk::Relaxed<int> m_iAudioSink = -1;  // device number; -1 default, -2 none
     std::string m_strHRTF;               // data set in use
     std::string m_strHRTF_CTC;           // data set of the canceller
-    CDSC_World m_World;                  // the world; not in the stored form
-    // The material session, handed to the world (and the room models) by pointer.
-    qk::table::Code4 m_Code4;
 
     qk::Relaxed<int> m_iSharedSFM = 1;
-    // The room model of the virtual sources, one image model per source inside, and the
-    // ray-tracing model kept beside it (made and deleted, never consulted). Both on m_World.
-    std::unique_ptr<CSFM_ISM_ORMS> m_pSFM_ORMS;
-    std::unique_ptr<CSFM_RT> m_pSFM_RT;
     // Where each rebuilt response is drawn as an SVG while "GRAPH_BIR" is set; empty: the
     // working folder. Under m_csStrings.
     std::string m_strGraphFolder;
-    // The pre-computed set of model 4, read from m_strDirPreComputedWav.
-    std::unique_ptr<CSFM_PCIRS> m_pSFM_PCIRS = std::make_unique<CSFM_PCIRS>();
     std::string m_strHRTFRequest;
     std::string m_strHRTFRequest_CTC;
     qk::Relaxed<int> m_iWorldChanged = 1;  // one-block change flags
@@ -161,11 +139,6 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
     // Threads that render the sources of a block, the engine's own counted; 0: QK_THREADS, or
     // the machine's cores. Not in the stored form. The output is the same whatever the count.
     qk::Relaxed<int> m_iThreads = 0;
-    std::unique_ptr<CHELPER_HRTF> m_pHRTF;      // the set in use; null until the first load
-    std::unique_ptr<CHELPER_HRTF> m_pHRTF_CTC;  // the canceller's set
-    // The file (and its size and time) whose load failed last, for each set: engine thread.
-    std::string m_strFailedHRTF;
-    std::string m_strFailedHRTF_CTC;
     std::string m_strApplication;
     qk::Relaxed<int> m_iHRTFChanged = 0;
 

@@ -1,4 +1,4 @@
-#include "sources/CSSS.h"
+#include "core/CSSS.h"
 
 #include <cmath>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "dsp/CLatePart.h"
+#include "services/CLatePart.h"
 
 #include <algorithm>
 #include <cmath>

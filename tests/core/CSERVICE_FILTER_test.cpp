@@ -1,4 +1,4 @@
-#include "binaural/CSERVICE_FILTER.h"
+#include "core/CSERVICE_FILTER.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "dsp/CQUENDARIC_Service_Reverb.h"
+#include "services/CQUENDARIC_Service_Reverb.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "dsp/CQUENDARIC_Service_Reverb.h"
+#include "services/CQUENDARIC_Service_Reverb.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <limits>
 #include <vector>
 
-#include "dsp/CLatePart.h"
+#include "services/CLatePart.h"
 #include "support/SignalReference.h"
 
 namespace {

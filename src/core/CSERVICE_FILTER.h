@@ -4,7 +4,7 @@
 // shelf.
 #pragma once
 
-#include "binaural/CSERVICE.h"
+#include "core/CSERVICE.h"
 #include "dsp/ipps.h"
 
 class CSERVICE_FILTER : public CSERVICE {

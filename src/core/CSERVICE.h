@@ -1,7 +1,7 @@
 // The base of the services: a CSSS that adds its own version to the archive.
 #pragma once
 
-#include "sources/CSSS.h"
+#include "core/CSSS.h"
 
 class CSERVICE : public CSSS {
     QK_DECLARE_SERIAL(CSERVICE)

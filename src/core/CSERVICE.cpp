@@ -1,4 +1,4 @@
-#include "binaural/CSERVICE.h"
+#include "core/CSERVICE.h"
 
 QK_IMPLEMENT_SERIAL(CSERVICE)
 

@@ -2,7 +2,7 @@
 // peaking, shelves), plus a second family (types 3 to 6) whose feedback coefficients are
 // stored with their sign reversed and whose a0 is not normalised; both are kept as the
 // system has always had them.
-#include "binaural/CSERVICE_FILTER.h"
+#include "core/CSERVICE_FILTER.h"
 
 #include <cmath>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "dsp/CQUENDARIC_Service_LP.h"
+#include "services/CQUENDARIC_Service_LP.h"
 
 #include <algorithm>
 #include <cmath>

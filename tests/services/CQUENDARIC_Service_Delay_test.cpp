@@ -1,4 +1,4 @@
-#include "dsp/CQUENDARIC_Service_Delay.h"
+#include "services/CQUENDARIC_Service_Delay.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <limits>
 #include <vector>
 
-#include "dsp/CQUENDARIC_Service_LP.h"
+#include "services/CQUENDARIC_Service_LP.h"
 #include "support/SignalReference.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "sdk/CQUENDARIC_PARAMETERS.h"
+#include "settings/CQUENDARIC_PARAMETERS.h"
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -127,37 +127,4 @@ TEST(CQUENDARIC_PARAMETERS, AFailedWriteKeepsTheOldFile) {
 
     EXPECT_EQ(qktest::ReadFileBytes(dir.File("full.qksettings")), old);
     EXPECT_EQ(dir.Files(), (std::vector<std::string>{"full.qksettings"}));  // no leftovers
-}
-
-// A good file loads at the settings' rate and takes the canceller's set along; a missing one
-// is reported, leaves no set and keeps the bad path; the canceller's failure doesn't count.
-TEST(CQUENDARIC_PARAMETERS, SetHRTFFollowsTheRequest) {
-    ScopedSettingsDir dir("sethrtf");
-    qktest::ReportRecorder reports;
-    const std::string good = dir.File("good.qkhrtf");
-    qktest::WriteFileBytes(good, qktest::StoreToBytes(*qktest::MakeSet(3, 32, "BOTH", 44100)));
-
-    CQUENDARIC_PARAMETERS p;
-    EXPECT_EQ(p.SetHRTF(), -1);  // nothing asked for
-    p.m_iSampleRate = 22050;
-    p.SetHRTFRequest(good);
-    p.SetHRTFRequestCTC(good);
-    ASSERT_EQ(p.SetHRTF(), 0);
-    EXPECT_EQ(p.m_pHRTF->m_iMeasurements, 3);
-    EXPECT_EQ(p.m_pHRTF->m_iSampleRate, 22050);
-    ASSERT_NE(p.m_pHRTF_CTC, nullptr);
-
-    const std::string missing = dir.File("missing.qkhrtf");
-    p.SetHRTFRequest(missing);
-    EXPECT_EQ(p.SetHRTF(), -1);
-    EXPECT_EQ(p.m_pHRTF, nullptr);
-    EXPECT_EQ(p.m_strHRTF, missing);
-    EXPECT_EQ(reports.Texts(), (std::vector<std::string>{"QKHRTF file not found"}));
-
-    const std::string foreign = dir.File("foreign.qkhrtf");
-    qktest::WriteFileBytes(foreign, {1, 2, 3, 4});
-    p.SetHRTFRequestCTC(foreign);
-    p.SetHRTFRequest(good);
-    EXPECT_EQ(p.SetHRTF(), 0);  // the canceller's result doesn't count
-    EXPECT_EQ(p.m_pHRTF_CTC, nullptr);
 }

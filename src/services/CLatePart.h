@@ -4,8 +4,8 @@
 // rules; where the reverberation time and the delays come from is theirs.
 #pragma once
 
-#include "dsp/CQUENDARIC_Service_Reverb.h"
 #include "dsp/IppBuffer.h"
+#include "services/CQUENDARIC_Service_Reverb.h"
 
 // What a room model tells the late part.
 struct SLateField {

@@ -10,10 +10,10 @@
 #include <memory>
 #include <vector>
 
-#include "binaural/CSERVICE.h"
-#include "binaural/CSERVICE_FILTER.h"
-#include "dsp/CQUENDARIC_Service_Delay.h"
+#include "core/CSERVICE.h"
+#include "core/CSERVICE_FILTER.h"
 #include "dsp/IppBuffer.h"
+#include "services/CQUENDARIC_Service_Delay.h"
 
 class CQUENDARIC_Service_Reverb : public CSERVICE {
     QK_DECLARE_SERIAL(CQUENDARIC_Service_Reverb)

@@ -7,8 +7,8 @@
 // gives silence. Delays longer than kMaxDelaySamples are cut to it.
 #pragma once
 
-#include "binaural/CSERVICE.h"
-#include "binaural/CSERVICE_FILTER.h"
+#include "core/CSERVICE.h"
+#include "core/CSERVICE_FILTER.h"
 #include "dsp/IppBuffer.h"
 
 // What the three share: the buffer and its walking pointer.

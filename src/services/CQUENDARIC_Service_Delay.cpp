@@ -1,4 +1,4 @@
-#include "dsp/CQUENDARIC_Service_Delay.h"
+#include "services/CQUENDARIC_Service_Delay.h"
 
 #include <algorithm>
 #include <cmath>

@@ -2,7 +2,7 @@
 // the block, for the canceller's options. Both share everything but their coefficients.
 #pragma once
 
-#include "binaural/CSERVICE.h"
+#include "core/CSERVICE.h"
 #include "dsp/IppBuffer.h"
 #include "dsp/ipps.h"
 
