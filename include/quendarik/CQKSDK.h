@@ -5,6 +5,10 @@
 // sources that each play one sound source (qk_Vsrc_Add), then qkPlay. Move things while it
 // plays; qkStop; destroy.
 //
+// Output: by default the library renders for two loudspeakers: the binaural mix goes through
+// the cross-talk canceller (qk_Siml_Set_PO(2), the default). For headphones call
+// qk_Siml_Set_PO(1), which leaves the binaural mix as it is.
+//
 // Results: 0 success, -1 not found / not allowed / failed, -2 a second kind of failure where
 // an operation says so. Nothing throws. Ids are ints; sound sources and rendering objects
 // (virtual sources, listeners) count separately, so their ids may coincide.
@@ -199,6 +203,9 @@ class CQKSDK {
     int qk_Siml_Get_SpecularOrder(int &iValue);
     int qkSimReflections(int iValue);
     int qkSimSetBlockLength(int iValue);
+    // The playback output: 1 headphones (the binaural mix as it is), 2 loudspeakers (the
+    // binaural mix through the cross-talk canceller, for speakers at +-qkSimSetCrossTalkAzimuth
+    // degrees; the default). Any other value is ignored; 0.
     int qk_Siml_Set_PO(int iValue);
     int qk_Siml_Get_PO(int &iValue);
     int qkSimSetCrossTalkAzimuth(int iAzimuth);
@@ -238,6 +245,16 @@ class CQKSDK {
     // the engine lock.
     int qk_Siml_Set_FileResampling(int iQuality);
     int qk_Siml_Get_FileResampling(int &iQuality);
+    // How the end of a file source is heard, for every file source of the engine. 0 (the
+    // default), as the library always has: an AC-3 stream that has ended leaves the rest of
+    // each block with the samples it held before (heard as a tone at the block period), and a
+    // wave file that wraps round to its start fills only the front of that block with fresh
+    // frames and keeps old samples behind them (a click at each wrap; the file's last frames
+    // go unheard). 1: exact ends: an ended AC-3 stream is heard as silence, and a wave file
+    // goes on from its start (behind its offset) without a gap. Other values are ignored; 0.
+    // Takes the engine lock.
+    int qk_Siml_Set_FileEnd(int iMode);
+    int qk_Siml_Get_FileEnd(int &iMode);
     // Blocks the engine's play loop has made since the last qkPlay (a diagnostic count).
     int qk_Siml_Get_Blocks(int &iBlocks);
 
