@@ -188,7 +188,7 @@ int WriteResponsePlot(const std::string &strPath, const SResponsePlot &plot) {
     panel(svg, kTop + kPanelHeight + kGap, "Right", {plot.pfRight, plot.iLength, false}, iRate,
           time, amplitude);
     char caption[128];
-    std::snprintf(caption, sizeof caption, "Echogram, RT60: %.2f s, images: %d, used: %d",
+    std::snprintf(caption, sizeof caption, "Echogram, RT60: %.2f (s), Total images: %d / Used: %d",
                   static_cast<double>(plot.fRT60), plot.iImagesTotal, plot.iImagesUsed);
     panel(svg, kTop + 2 * (kPanelHeight + kGap), caption,
           {plot.pfEchogram, plot.iEchogramLength, true}, iRate, time,
