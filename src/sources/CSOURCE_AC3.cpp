@@ -171,7 +171,8 @@ int CSOURCE_AC3::_process_1P(void *, int iLength, int, int, int iSampleRate) {
             fill_buf(m_pbFrame.data(), &frame, m_speakers, iLength);
         }
     }
-    if (m_iExactEnd != 0 && (m_iStarted != 1 || m_iFrames < m_iFramesPerBlock)) {
+    // Without a file the block stays as _init zeroed it; an ended stream fills it no further.
+    if (m_iExactEnd != 0 && m_iStarted == 1 && m_iFrames < m_iFramesPerBlock) {
         SilenceFrom(m_iSpillStart + m_iFrames * kFrame, iLength);
     }
     return iLength;
