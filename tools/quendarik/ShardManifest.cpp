@@ -116,7 +116,7 @@ bool IsManifestFileName(const std::string &name) {
 }
 
 std::string ManifestHeadLine(const ManifestHead &head) {
-    json line = {
+    nlohmann::ordered_json line = {
         {"manifest", kKind}, {"shard", head.shard}, {"of", head.of}, {"files", head.files}};
     return line.dump() + "\n";
 }
@@ -124,7 +124,7 @@ std::string ManifestHeadLine(const ManifestHead &head) {
 std::string ManifestEntryLine(const ManifestEntry &entry) {
     char crc[9];
     std::snprintf(crc, sizeof crc, "%08x", static_cast<unsigned>(entry.crc32));
-    json line = {
+    nlohmann::ordered_json line = {
         {"name", entry.name},
         {"source", entry.source},
         {"place",

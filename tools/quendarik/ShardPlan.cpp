@@ -50,6 +50,10 @@ bool ParseGridAxis(const std::string &text, GridAxis &axis, std::string &error) 
         error = "wants FROM:TO:STEP in metres with STEP > 0 and TO >= FROM, not '" + text + "'";
         return false;
     }
+    if (std::fabs(a.from) > kMaxGridCoordinate || std::fabs(a.to) > kMaxGridCoordinate) {
+        error = "'" + text + "' reaches beyond 1000 km";
+        return false;
+    }
     if (a.Count() > kMaxAxisPoints) {
         error = "'" + text + "' has more than " + std::to_string(kMaxAxisPoints) +
                 " points on one axis";

@@ -20,6 +20,8 @@ constexpr uint64_t kMaxAxisPoints = uint64_t{1} << 31;
 constexpr uint32_t kMaxShards = 100000;
 // Most responses a set may have (sources x places); a bigger set is refused even with --force.
 constexpr uint64_t kMaxResponses = uint64_t{1} << 62;
+// Farthest a grid may reach from the origin, in metres (1000 km).
+constexpr float kMaxGridCoordinate = 1e6f;
 
 // Responses of a set of this many sources and places, or kMaxResponses + 1 when that is more
 // than kMaxResponses.
@@ -35,8 +37,8 @@ struct GridAxis {
     float At(uint64_t i) const { return from + static_cast<float>(i) * step; }
 };
 
-// "X0:X1:STEP" with finite numbers, STEP > 0 and X1 >= X0, and no more than kMaxAxisPoints
-// points; false with the reason in error.
+// "X0:X1:STEP" with STEP > 0, X1 >= X0, both within kMaxGridCoordinate, and no more than
+// kMaxAxisPoints points; false with the reason in error.
 bool ParseGridAxis(const std::string &text, GridAxis &axis, std::string &error);
 
 // Which part of the set a run makes: shard index (counted from 0) of count.

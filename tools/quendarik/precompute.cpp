@@ -244,13 +244,15 @@ bool jobFits(const ShardPlan &plan, const Options &o, SetWorker &worker) {
     const double need = each * static_cast<double>(plan.Count());
     std::error_code ec;
     const fs::space_info space = fs::space(o.out, ec);
-    const double free = ec ? 0.0 : static_cast<double>(space.available);
+    const double free = static_cast<double>(space.available);
     std::fprintf(
-        stderr,
-        "quendarik: %llu responses in the set, %llu in this shard, about %s each: %s; %s free\n",
+        stderr, "quendarik: %llu responses in the set, %llu in this shard, about %s each: %s; %s\n",
         static_cast<unsigned long long>(plan.Total()),
         static_cast<unsigned long long>(plan.Count()), bytesText(each).c_str(),
-        bytesText(need).c_str(), bytesText(free).c_str());
+        bytesText(need).c_str(), ec ? "free space unknown" : (bytesText(free) + " free").c_str());
+    if (ec) {
+        return true;  // a file system that can't tell; the writes will say when it is full
+    }
     if (need <= free || o.force) {
         return true;
     }
@@ -415,7 +417,7 @@ int RunPrecompute(int argc, char **argv) {
         return 1;
     }
     std::error_code ec;
-    fs::create_directories(o.out, ec);
+    const bool made = !fs::exists(o.out, ec) && fs::create_directories(o.out, ec);
     if (!fs::is_directory(o.out, ec)) {
         std::fprintf(stderr, "quendarik: the folder %s can't be made\n", o.out.c_str());
         return 1;
@@ -429,6 +431,9 @@ int RunPrecompute(int argc, char **argv) {
             return 1;
         }
         if (!jobFits(plan, o, sampler)) {
+            if (made) {
+                fs::remove(o.out, ec);  // the folder this run made, still empty
+            }
             return 1;
         }
     }
