@@ -215,11 +215,12 @@ TEST_F(ShardedSet, KilledShardResumesToTheSameFiles) {
     EXPECT_LT(before.size(), 30u) << "the run ended before it could be stopped";
     EXPECT_FALSE(fs::exists(folder + "/shard-0-of-1.manifest.jsonl"));
 
-    // What else a stop or a broken disk can leave: a temporary file, and a response cut short.
+    // What else a stop or a broken disk can leave: temporary files, and a response cut short.
     const auto whole = responses(s_whole);
     auto cut = std::find_if(whole.begin(), whole.end(),
                             [&](const auto &file) { return before.count(file.first) == 0; });
     std::ofstream(folder + "/" + cut->first + ".Ab12Cd") << cut->second.substr(0, 100);
+    std::ofstream(folder + "/shard-0-of-1.manifest.jsonl.Ef34Gh") << "{\"manifest\"";
     std::ofstream(folder + "/" + cut->first) << cut->second.substr(0, cut->second.size() - 2);
     const std::string kept = folder + "/" + before.begin()->first;
     const auto keptTime = fs::last_write_time(kept);

@@ -264,15 +264,20 @@ bool jobFits(const ShardPlan &plan, const Options &o, SetWorker &worker) {
     return false;
 }
 
-// Temporary files a stopped run left beside the responses, by the response's name.
-std::map<std::string, std::vector<fs::path>> staleTemporaries(const std::string &folder) {
-    std::map<std::string, std::vector<fs::path>> found;
+// Temporary files a stopped run left beside the responses and the manifest, by the name of
+// the file they were to become.
+using Temporaries = std::map<std::string, std::vector<fs::path>>;
+
+Temporaries staleTemporaries(const std::string &folder) {
+    Temporaries found;
     std::error_code ec;
     for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
         const std::string name = it->path().filename().string();
         const size_t dot = name.rfind('.');
-        if (dot != std::string::npos && dot >= 4 && name.compare(dot - 4, 5, ".wav.") == 0) {
-            found[name.substr(0, dot)].push_back(it->path());
+        const std::string stem = dot != std::string::npos ? name.substr(0, dot) : "";
+        if ((stem.size() > 4 && stem.compare(stem.size() - 4, 4, ".wav") == 0) ||
+            IsManifestFileName(stem)) {
+            found[stem].push_back(it->path());
         }
     }
     return found;
@@ -319,19 +324,23 @@ struct Shared {
     std::atomic<uint64_t> next{0}, done{0}, computed{0}, failed{0};
 };
 
-void work(const Options &o, const ShardPlan &plan,
-          const std::map<std::string, std::vector<fs::path>> &stale, Shared &shared) {
+// Removes the temporary files left for the file of that name.
+void removeStale(const Temporaries &stale, const std::string &name) {
+    const auto temps = stale.find(name);
+    if (temps != stale.end()) {
+        for (const fs::path &temp : temps->second) {
+            std::error_code ec;
+            fs::remove(temp, ec);
+        }
+    }
+}
+
+void work(const Options &o, const ShardPlan &plan, const Temporaries &stale, Shared &shared) {
     SetWorker worker(o.recipe);
     for (uint64_t i = shared.next++; i < plan.Count(); i = shared.next++) {
         const SetJob job = plan.At(i);
         const std::string name = SetFileName(job);
-        const auto temps = stale.find(name);
-        if (temps != stale.end()) {
-            for (const fs::path &temp : temps->second) {
-                std::error_code ec;
-                fs::remove(temp, ec);
-            }
-        }
+        removeStale(stale, name);
         if (o.resume && SetFileWhole(qk::JoinPath(o.out, name))) {
             ++shared.done;
             continue;
@@ -375,6 +384,35 @@ bool writeManifest(const ShardPlan &plan, const std::string &folder) {
         }
     }
     return ok;
+}
+
+// Every core makes the shard's responses; false, after a line, when some could not be made.
+bool makeShard(const Options &o, const ShardPlan &plan, const Temporaries &stale) {
+    const int threads = o.threads > 0
+                            ? o.threads
+                            : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+    Shared shared;
+    std::vector<std::thread> workers;
+    for (int t = 0; t < threads; ++t) {
+        workers.emplace_back(work, std::cref(o), std::cref(plan), std::cref(stale),
+                             std::ref(shared));
+    }
+    Progress progress(o.shard, plan.Count());
+    while (shared.done < plan.Count()) {
+        progress.Show(shared.done, shared.computed, false);
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    for (std::thread &w : workers) {
+        w.join();
+    }
+    progress.Show(shared.done, shared.computed, true);
+    if (shared.failed > 0) {
+        std::fprintf(stderr, "quendarik: %llu of %llu responses could not be made or written\n",
+                     static_cast<unsigned long long>(shared.failed.load()),
+                     static_cast<unsigned long long>(plan.Count()));
+        return false;
+    }
+    return true;
 }
 
 int verify(const std::string &folder) {
@@ -437,32 +475,11 @@ int RunPrecompute(int argc, char **argv) {
             return 1;
         }
     }
-    const auto stale =
-        o.resume ? staleTemporaries(o.out) : std::map<std::string, std::vector<fs::path>>();
-    const int threads = o.threads > 0
-                            ? o.threads
-                            : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
-    Shared shared;
-    std::vector<std::thread> workers;
-    for (int t = 0; t < threads; ++t) {
-        workers.emplace_back(work, std::cref(o), std::cref(plan), std::cref(stale),
-                             std::ref(shared));
-    }
-    Progress progress(o.shard, plan.Count());
-    while (shared.done < plan.Count()) {
-        progress.Show(shared.done, shared.computed, false);
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-    for (std::thread &w : workers) {
-        w.join();
-    }
-    progress.Show(shared.done, shared.computed, true);
-    if (shared.failed > 0) {
-        std::fprintf(stderr, "quendarik: %llu of %llu responses could not be made or written\n",
-                     static_cast<unsigned long long>(shared.failed.load()),
-                     static_cast<unsigned long long>(plan.Count()));
+    const Temporaries stale = o.resume ? staleTemporaries(o.out) : Temporaries();
+    if (!makeShard(o, plan, stale)) {
         return 1;
     }
+    removeStale(stale, ManifestFileName(o.shard.index, o.shard.count));
     if (!writeManifest(plan, o.out)) {
         return 1;
     }
