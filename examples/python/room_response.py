@@ -21,7 +21,7 @@ def main():
                         metavar=("X", "Y", "Z"), help="source position in metres")
     parser.add_argument("--listener", type=float, nargs=3, default=(-0.5, -1.0, 1.2),
                         metavar=("X", "Y", "Z"), help="listener position (looking along +y)")
-    parser.add_argument("--order", type=int, default=8, help="highest order of reflections")
+    parser.add_argument("--order", type=int, default=6, help="highest order of reflections")
     parser.add_argument("--rate", type=int, default=44100, help="samples per second")
     parser.add_argument("--hrtf", default=None, help="HRTF set (.qkhrtf or .sofa)")
     args = parser.parse_args()
@@ -42,7 +42,8 @@ def main():
           % (args.out, response.shape[1], 1000.0 * response.shape[1] / args.rate, title))
     try:
         t20 = quendarik.reverberation_time(response, args.rate, drop_db=20.0)
-        print("Reverberation time (T20, Schroeder integration): %.3f s" % t20)
+        print("Reverberation time (T20 by Schroeder integration of the response to order %d): "
+              "%.3f s" % (args.order, t20))
     except ValueError as error:
         print("Reverberation time: not measurable at this order (%s)" % error)
     return 0

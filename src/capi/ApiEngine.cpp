@@ -1,5 +1,6 @@
 #include "capi/ApiEngine.h"
 
+#include <strings.h>
 #include <unistd.h>
 
 #include <algorithm>

@@ -32,7 +32,7 @@ int CQKSDK::qk_HRTF_Import(const char *pcSofa, const char *pcOut) {
     CHELPER_HRTF set;
     std::string error;
     if (qk::ImportSofa(pcSofa, qk::SofaImportOptions{}, set, error) != 0) {
-        qk::Report(std::string(pcSofa) + ": " + error, "FAILURE", qk::Severity::Error);
+        qk::Report(error, "FAILURE", qk::Severity::Error);  // the sentence names the file
         return -1;
     }
     const std::string temp = qk::MakeTempBeside(pcOut);

@@ -302,7 +302,9 @@ TEST(CApi, MovesFromAnotherThreadNeverStopTheBlocks) {
         }
     });
     std::vector<float> left(256), right(256);
-    for (int b = 0; b < 40; ++b) {
+    // Blocks go on until the mover has been at work for a while (on a busy machine it may
+    // start late), within a bound.
+    for (int b = 0; b < 40 || (moves.load() < 50 && b < 4000); ++b) {
         ASSERT_EQ(qk_engine_render(e, left.data(), right.data(), 256), QK_OK);
         for (float v : left) {
             ASSERT_TRUE(std::isfinite(v));
@@ -310,6 +312,6 @@ TEST(CApi, MovesFromAnotherThreadNeverStopTheBlocks) {
     }
     stop = true;
     mover.join();
-    EXPECT_GT(moves.load(), 40);
+    EXPECT_GE(moves.load(), 50);
     qk_engine_destroy(e);
 }
