@@ -11,6 +11,9 @@ packages=(
   libmysofa-dev libmysofa1 libmpg123-dev liba52-0.7.4-dev libshp-dev
   pulseaudio libasound2-plugins alsa-utils sox
   nlohmann-json3-dev
+  pybind11-dev python3-dev python3-numpy python3-pytest
+  python3-pip
+  python3-matplotlib
 )
 
 missing=()
