@@ -16,6 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     MMCKINFO chunk;
     if (WaveStartDataRead(&h, &chunk, &riff) == 0) {
+        WaveDeclaredDataSize(h, &chunk);  // the header's size, read before the data
         std::vector<uint8_t> buffer(5000);
         const uint32_t pieces[] = {1, 4999, 333, 8192, 2};
         uint32_t got = 0;

@@ -10,6 +10,10 @@ packages=(
   libfftw3-dev libsamplerate0-dev libasound2-dev
   libmysofa-dev libmysofa1 libmpg123-dev liba52-0.7.4-dev libshp-dev
   pulseaudio libasound2-plugins alsa-utils sox
+  nlohmann-json3-dev
+  pybind11-dev python3-dev python3-numpy python3-pytest
+  python3-pip
+  python3-matplotlib
 )
 
 missing=()

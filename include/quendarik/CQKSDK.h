@@ -5,6 +5,10 @@
 // sources that each play one sound source (qk_Vsrc_Add), then qkPlay. Move things while it
 // plays; qkStop; destroy.
 //
+// Output: by default the library renders for two loudspeakers: the binaural mix goes through
+// the cross-talk canceller (qk_Siml_Set_PO(2), the default). For headphones call
+// qk_Siml_Set_PO(1), which leaves the binaural mix as it is.
+//
 // Results: 0 success, -1 not found / not allowed / failed, -2 a second kind of failure where
 // an operation says so. Nothing throws. Ids are ints; sound sources and rendering objects
 // (virtual sources, listeners) count separately, so their ids may coincide.
@@ -32,6 +36,12 @@
 
 #include <string>
 
+// What the shared library exports: this class and the C interface (quendarik.h); everything
+// else in it is hidden.
+#ifndef QK_API
+#define QK_API __attribute__((visibility("default")))
+#endif
+
 namespace qk {
 class CObject;
 }
@@ -53,7 +63,7 @@ typedef int (*QK_ON_MESSAGE)(unsigned long user, const char *text, const char *c
 typedef void (*QK_ON_VALUES)(unsigned long user, float *left, float *right, int frames, int bits,
                              int channels, int rate, float gain);
 
-class CQKSDK {
+class QK_API CQKSDK {
   public:
     CQKSDK();
     virtual ~CQKSDK();
@@ -116,6 +126,9 @@ class CQKSDK {
     int qk_Wrld_Get_File(char *pcBuffer);
     int qk_Wrld_Get(void *&pWorld);
     int qk_Wrld_Get_Model(int &iModel);
+    // The planes the room models read in the world as it is now generated: 0 in free field or
+    // after a world file that described nothing usable.
+    int qk_Wrld_Get_PlaneCount(int &iCount);
 
     // Ssrc: sound sources
     int qk_Ssrc_Add_Gauss(int &iID);
@@ -161,6 +174,11 @@ class CQKSDK {
     int qk_Vsrc_Set_Description(int iID, const char *pcDescription);
     int qk_Vsrc_OGL_Get_VRSource(int iID, void *&pVRSource);
     int qk_Vsrc_Get_BIR(int iID, float *&pfLeft, float *&pfRight, int &iLength);
+    // The room model's echogram of the source as its last response was made: one impulse per
+    // image at its delay in samples, of the image's distance gain (1/d beyond a metre). Like
+    // the binaural response, a pointer into the engine, valid until the source's next
+    // rebuild; null and 0 while none was made (free field). 0, -1 for an unknown id.
+    int qk_Vsrc_Get_Echogram(int iID, float *&pfData, int &iLength);
     int qk_Vsrc_Get_ID(int iID, int &iOut);
     int qk_Vsrc_Get_Name(int iID, std::string &strName);
     int qk_Vsrc_Get_3DSourceWavID(int iID, int &iWavID);
@@ -185,6 +203,16 @@ class CQKSDK {
     int qk_HRTF_CTC_Set(const char *pcName);
     int qk_HRTF_CTC_Get(char *pcBuffer);
     int testHRTFSet(int i1, float f2, int i3, int i4, int i5, int i6, int i7);
+    // Loads the requested rendering set (and the canceller's) now, under the engine lock, as
+    // the next block would otherwise do: 0 when a set with measurements is in place, -1 when
+    // the file can't be read or holds none (reported as at a block). Lets a host know at once
+    // whether the path it gave is good.
+    int qk_HRTF_Load();
+    // Makes an HRTF set from a SOFA (AES69) file of free-field impulse responses: every
+    // measurement as it was measured, both ears, 32-bit floats, written to pcOut (a .qkhrtf
+    // path) under a temporary name and renamed when whole. 0; -1 when the SOFA file can't be
+    // used or the set can't be written (reported; an old pcOut stays as it was).
+    int qk_HRTF_Import(const char *pcSofa, const char *pcOut);
 
     // Siml: simulation settings
     int qk_Siml_Set_3DAudio(int iValue);
@@ -199,6 +227,9 @@ class CQKSDK {
     int qk_Siml_Get_SpecularOrder(int &iValue);
     int qkSimReflections(int iValue);
     int qkSimSetBlockLength(int iValue);
+    // The playback output: 1 headphones (the binaural mix as it is), 2 loudspeakers (the
+    // binaural mix through the cross-talk canceller, for speakers at +-qkSimSetCrossTalkAzimuth
+    // degrees; the default). Any other value is ignored; 0.
     int qk_Siml_Set_PO(int iValue);
     int qk_Siml_Get_PO(int &iValue);
     int qkSimSetCrossTalkAzimuth(int iAzimuth);
@@ -238,6 +269,16 @@ class CQKSDK {
     // the engine lock.
     int qk_Siml_Set_FileResampling(int iQuality);
     int qk_Siml_Get_FileResampling(int &iQuality);
+    // How the end of a file source is heard, for every file source of the engine. 0 (the
+    // default), as the library always has: an AC-3 stream that has ended leaves the rest of
+    // each block with the samples it held before (heard as a tone at the block period), and a
+    // wave file that wraps round to its start fills only the front of that block with fresh
+    // frames and keeps old samples behind them (a click at each wrap; the file's last frames
+    // go unheard). 1: exact ends: an ended AC-3 stream is heard as silence, and a wave file
+    // goes on from its start (behind its offset) without a gap. Other values are ignored; 0.
+    // Takes the engine lock.
+    int qk_Siml_Set_FileEnd(int iMode);
+    int qk_Siml_Get_FileEnd(int &iMode);
     // Blocks the engine's play loop has made since the last qkPlay (a diagnostic count).
     int qk_Siml_Get_Blocks(int &iBlocks);
 

@@ -1,6 +1,9 @@
 // The diagnostic graph of a rebuilt response, written as an SVG file: the left and the right
-// binaural response (-0.3 to 0.3) and the echogram in dB (-80 to 0, values below 0.0001
-// taken as 0.0001), each against time in milliseconds from 0 to its last sample.
+// binaural response, on one amplitude axis symmetric about 0 up to their largest magnitude,
+// and the echogram in dB, from its loudest image (rounded up to 10 dB) down 60 dB. All three
+// share one time axis in milliseconds, from 0 to the last sample of the longer of the
+// response and the echogram. Every axis ends on a tick, ticks fall on round numbers (1, 2 or 5
+// times a power of ten) and every axis is named with its unit.
 #pragma once
 
 #include <string>

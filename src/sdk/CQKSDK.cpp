@@ -300,6 +300,15 @@ int CQKSDK::qk_Siml_Set_FileResampling(int iQuality) {
     return m_pProcessor->SetFileResampling(iQuality);
 }
 
+int CQKSDK::qk_Siml_Set_FileEnd(int iMode) {
+    return m_pProcessor->SetFileEnd(iMode);
+}
+
+int CQKSDK::qk_Siml_Get_FileEnd(int &iMode) {
+    iMode = m_pProcessor->GetFileEnd();
+    return 0;
+}
+
 int CQKSDK::qk_Siml_Get_FileResampling(int &iQuality) {
     iQuality = m_pProcessor->GetFileResampling();
     return 0;

@@ -304,6 +304,7 @@ int CQUENDARIK_PROCESSOR::AddSource_File(int &iID, const std::string &strPath) {
     }
     source->m_strFile = strPath;
     source->m_iResampleQuality = m_iFileResampling.load();
+    source->m_iExactEnd = m_iFileEnd.load();
     iID = AddSource(std::move(source));
     return 0;
 }
@@ -314,6 +315,20 @@ int CQUENDARIK_PROCESSOR::SetFileResampling(int iQuality) {
     for (auto &source : m_listSources) {
         if (auto *file = dynamic_cast<CSOURCE_FILE *>(source.get())) {
             file->m_iResampleQuality = m_iFileResampling.load();
+        }
+    }
+    return 0;
+}
+
+int CQUENDARIK_PROCESSOR::SetFileEnd(int iMode) {
+    if (iMode != 0 && iMode != 1) {
+        return 0;
+    }
+    std::lock_guard<qk::CEngineLock> guard(m_csEngine);
+    m_iFileEnd = iMode;
+    for (auto &source : m_listSources) {
+        if (auto *file = dynamic_cast<CSOURCE_FILE *>(source.get())) {
+            file->m_iExactEnd = iMode;
         }
     }
     return 0;

@@ -244,6 +244,12 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     // there now and those added later.
     int SetFileResampling(int iQuality);
     int GetFileResampling() const { return m_iFileResampling; }
+    // How the end of a file is heard: 0 as the sources always have (an ended AC-3 stream
+    // keeps old samples in its blocks, a wave file's wrap keeps old samples behind the fresh
+    // ones), 1 exact (silence after an AC-3 stream, a wave file going on from its start
+    // without a gap). Applies to every file source, those there now and those added later.
+    int SetFileEnd(int iMode);
+    int GetFileEnd() const { return m_iFileEnd; }
     // Blocks made by the play loop since the last play started.
     int GetBlockCount() const { return m_iBlocks; }
 
@@ -348,6 +354,7 @@ class CQUENDARIK_PROCESSOR : public qk::CWinThread {
     std::vector<std::unique_ptr<CFrequencyMix>> m_groupMixes;
     const int m_iDefaultThreads = qk::CWorkerPool::DefaultThreads();
     qk::Relaxed<int> m_iFileResampling = 0;
+    qk::Relaxed<int> m_iFileEnd = 0;
     qk::Relaxed<int> m_iExited = 0;
     qk::Relaxed<int> m_iBlocks = 0;
     bool m_bInPlay = false;  // engine thread only

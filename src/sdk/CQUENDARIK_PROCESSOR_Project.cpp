@@ -217,6 +217,7 @@ void CQUENDARIK_PROCESSOR::InstallSources(std::vector<std::unique_ptr<CSOURCE>> 
         if (auto *file = dynamic_cast<CSOURCE_FILE *>(source.get())) {
             file->SetFile(file->m_strFile);
             file->m_iResampleQuality = m_iFileResampling.load();
+            file->m_iExactEnd = m_iFileEnd.load();
         }
     }
 }

@@ -166,12 +166,29 @@ int CSOURCE_AC3::_process_1P(void *, int iLength, int, int, int iSampleRate) {
         CAc3Stream::Block frame;
         for (m_iFrames = 0; m_iFrames < m_iFramesPerBlock; ++m_iFrames) {
             if (!m_stream.Next(frame)) {
-                break;  // the end: the rest keeps its old samples
+                break;  // the end: the rest keeps its old samples, unless ends are exact
             }
             fill_buf(m_pbFrame.data(), &frame, m_speakers, iLength);
         }
     }
+    // Without a file the block stays as _init zeroed it; an ended stream fills it no further.
+    if (m_iExactEnd != 0 && m_iStarted == 1 && m_iFrames < m_iFramesPerBlock) {
+        SilenceFrom(m_iSpillStart + m_iFrames * kFrame, iLength);
+    }
     return iLength;
+}
+
+void CSOURCE_AC3::SilenceFrom(int iFrom, int iLength) {
+    // The places fill_buf writes a block's samples to: channel c's sample at c x stride + at.
+    const int stride = kFrame * m_iFramesPerBlock;
+    for (int c = 0; c < m_speakers.iChannels; ++c) {
+        for (int at = std::max(iFrom, 0); at < iLength; ++at) {
+            const int index = c * stride + at;
+            if (index < m_pfData.size()) {
+                m_pfData[index] = 0.0f;
+            }
+        }
+    }
 }
 
 int CSOURCE_AC3::_quit() {

@@ -7,7 +7,8 @@
 // Two things are as they have always been and must stay: the channel stride of m_pfData is
 // 256 x m_iFramesPerBlock, not the block length (the two agree when the block length is a
 // multiple of 256); and the stream plays at its own rate, with no conversion to the engine's.
-// The stream doesn't loop: at its end the rest of each block keeps its old samples.
+// The stream doesn't loop: at its end the rest of each block keeps its old samples (silence
+// instead when the engine asks for exact ends, m_iExactEnd).
 #pragma once
 
 #include <string>
@@ -78,6 +79,10 @@ class CSOURCE_AC3 : public CSOURCE_FILE {
     double m_dScale = 32767.0;
 
   private:
+    // Zeroes samples iFrom..iLength-1 of every channel of the block: the part of a block that
+    // an ended stream didn't fill, when ends are exact.
+    void SilenceFrom(int iFrom, int iLength);
+
     CAc3Stream m_stream;
     CAc3Settings m_settings;
     int m_iSpillStart = 0;  // spilled samples that open the present block

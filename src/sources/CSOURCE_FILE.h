@@ -27,6 +27,11 @@ class CSOURCE_FILE : public CSOURCE {
     // seamless across blocks. 0 (the default): the source base's integer zero-stuffing, which
     // changes speed and pitch unless the rates are whole multiples. Set by the engine.
     qk::Relaxed<int> m_iResampleQuality = 0;
+    // 1: the end of the file is heard exactly: an AC-3 stream that has ended gives silence,
+    // and a wave file goes on from its start without a gap. 0 (the default): as the sources
+    // always have, old samples stay in the block behind the last fresh ones. Set by the
+    // engine.
+    qk::Relaxed<int> m_iExactEnd = 0;
 
   protected:
     // Takes over a file asked for by SetFile; true when there is one.

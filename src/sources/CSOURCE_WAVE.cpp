@@ -1,7 +1,10 @@
 #include "sources/CSOURCE_WAVE.h"
 
 #include <cmath>
+#include <cstdio>
 #include <cstring>
+
+#include "platform/Report.h"
 
 QK_IMPLEMENT_SERIAL(CSOURCE_WAVE)
 
@@ -93,6 +96,7 @@ int CSOURCE_WAVE::_init(int, int) {
         WaveCloseReadFile(&m_hmmio, &m_pwfx);
         return -1;
     }
+    WarnIfCut();
     if (!SkipOffset()) {
         Fail("CANNOT_READ_FROM_WAVE_FILE");
         WaveCloseReadFile(&m_hmmio, &m_pwfx);
@@ -102,6 +106,23 @@ int CSOURCE_WAVE::_init(int, int) {
     m_pfData.AllocateZeroed(2 * m_iBufferLength);
     m_iStarted = 1;
     return 0;
+}
+
+void CSOURCE_WAVE::WarnIfCut() {
+    const uint32_t declared = WaveDeclaredDataSize(m_hmmio, &m_ckData);
+    // 0xFFFFFFFF is what writers of a stream put there when they can't know the size.
+    if (declared <= m_ckData.cksize || declared == 0xFFFFFFFFu || m_strWarned == m_strFile) {
+        return;
+    }
+    m_strWarned = m_strFile;
+    const double rate = static_cast<double>(m_pwfx->nAvgBytesPerSec);
+    char text[256];
+    std::snprintf(text, sizeof text,
+                  ": the file is cut short: its data chunk holds %u of the %u bytes its header "
+                  "gives (%.0f of %.0f ms); what it holds plays.",
+                  m_ckData.cksize, declared, rate > 0 ? 1000.0 * m_ckData.cksize / rate : 0.0,
+                  rate > 0 ? 1000.0 * declared / rate : 0.0);
+    qk::Report(m_strFile + text, "Quendarik", qk::Severity::Warning);
 }
 
 bool CSOURCE_WAVE::Reopen() {
@@ -122,6 +143,10 @@ bool CSOURCE_WAVE::Reopen() {
 // rest keeps the samples of the block before.
 int CSOURCE_WAVE::ReadLooping(int iRead) {
     const uint32_t want = static_cast<uint32_t>(m_pwfx->nBlockAlign) * static_cast<uint32_t>(iRead);
+    if (m_iExactEnd != 0) {
+        ReadContinuous(iRead);  // the end of the file followed by its start, no gap
+        return static_cast<int>(want);
+    }
     const WAVEFORMATEX format = *m_pwfx;
     uint32_t pos = 0;
     uint32_t got = 0;

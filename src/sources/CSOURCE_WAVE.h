@@ -1,6 +1,8 @@
 // Streams a RIFF WAVE file (PCM of 8 or 16 bits, one or two channels) block by block into its
 // sample buffer, looping at the end of the file. The samples keep the integer scale of the
-// file: 16-bit gives -32768..32767, 8-bit the unsigned bytes 0..255 (silence at 128).
+// file: 16-bit gives -32768..32767, 8-bit the unsigned bytes 0..255 (silence at 128). A file
+// whose data chunk is shorter than its header says is played as far as it goes, with one
+// warning.
 #pragma once
 
 #include <vector>
@@ -39,6 +41,9 @@ class CSOURCE_WAVE : public CSOURCE_FILE {
                                           int iStride, const WAVEFORMATEX *pFormat);
 
   private:
+    // Warns once for each file name when the data chunk holds fewer bytes than the header
+    // gives (a file cut short): the source plays what is there.
+    void WarnIfCut();
     // Closes the file and opens it again at the start of its data; false when that fails.
     bool Reopen();
     // Reads the offset's bytes in pieces, the first iKeep of them to pbKeep; the bytes read.
@@ -63,4 +68,5 @@ class CSOURCE_WAVE : public CSOURCE_FILE {
     std::vector<uint8_t> m_bytes;  // one block of file bytes; grows, never per block
     std::vector<float> m_resampleIn;
     CFileResampler m_resampler;
+    std::string m_strWarned;  // the file last warned of as cut short
 };

@@ -147,6 +147,21 @@ int WaveStartDataRead(HMMIO *phmmioIn, MMCKINFO *pckIn, MMCKINFO *pckInRIFF) {
     return 0;
 }
 
+uint32_t WaveDeclaredDataSize(HMMIO hmmioIn, const MMCKINFO *pckIn) {
+    if (hmmioIn == nullptr || pckIn == nullptr || pckIn->dwDataOffset < 4) {
+        return 0;
+    }
+    const long here = mmioSeek(hmmioIn, 0, SEEK_CUR);
+    uint8_t size[4] = {};
+    const bool read =
+        mmioSeek(hmmioIn, static_cast<long>(pckIn->dwDataOffset) - 4, SEEK_SET) != -1 &&
+        mmioRead(hmmioIn, reinterpret_cast<char *>(size), 4) == 4;
+    mmioSeek(hmmioIn, here, SEEK_SET);
+    return read ? static_cast<uint32_t>(size[0] | (size[1] << 8) | (size[2] << 16) |
+                                        (static_cast<uint32_t>(size[3]) << 24))
+                : 0;
+}
+
 int WaveReadFile(HMMIO hmmioIn, uint32_t cbRead, uint8_t *pbDest, MMCKINFO *pckIn,
                  uint32_t *cbActualRead) {
     if (cbActualRead != nullptr) {

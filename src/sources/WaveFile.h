@@ -76,6 +76,10 @@ int WaveOpenMemory(const void *pData, size_t size, HMMIO *phmmioIn, WAVEFORMATEX
 // Goes to the first chunk inside RIFF and descends to "data". pckIn's size is clamped to the
 // bytes that remain in the file.
 int WaveStartDataRead(HMMIO *phmmioIn, MMCKINFO *pckIn, MMCKINFO *pckInRIFF);
+// The size the file's header gives the "data" chunk that WaveStartDataRead found, before the
+// clamp to the file's bytes; call it before the first read (the read position is kept).
+// 0 when it can't be read.
+uint32_t WaveDeclaredDataSize(HMMIO hmmioIn, const MMCKINFO *pckIn);
 // Copies at most cbRead bytes, and no more than the "data" chunk still holds, into pbDest;
 // *cbActualRead says how many, and the chunk's size counts down by as many.
 int WaveReadFile(HMMIO hmmioIn, uint32_t cbRead, uint8_t *pbDest, MMCKINFO *pckIn,

@@ -33,6 +33,7 @@ const std::vector<std::string> kLayers = {
     "render",    // listeners and virtual sources
     "audio",     // devices
     "sdk",       // the engine thread, the block path, the facade
+    "capi",      // the C interface, on the facade
 };
 
 // Includes that still run upwards, as "from-file -> included-file". The list only shrinks.

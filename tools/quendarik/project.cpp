@@ -7,6 +7,8 @@
 #include <mutex>
 
 #include "commands.h"
+#include "jobsize.h"
+#include "outfile.h"
 #include "session.h"
 #include "sources/CSINK_WAVE.h"
 
@@ -80,6 +82,16 @@ void chooseWorld(CQKSDK &sdk) {
 }  // namespace
 
 int RenderProject(const std::string &project, const Scene &scene, int iBlock) {
+    // Real-time play makes 16-bit stereo at 44100 Hz; the last block may run past the time.
+    char what[96];
+    std::snprintf(what, sizeof what, "%g s of 16-bit stereo at %d Hz", scene.seconds, kRate);
+    OutputFile out(scene.out);
+    if (!CheckJob("render",
+                  JobSize{what, scene.out, WaveFileBytes(scene.seconds, kRate, 2, 16), true},
+                  scene.force) ||
+        !OpenOutput("render", out)) {
+        return 1;
+    }
     CQKSDK sdk;
     sdk.qk_Appl_Register_On_Message(&onMessage, 0);
     if (sdk.qk_File_Open(project.c_str(), nullptr) != 0) {
@@ -89,8 +101,9 @@ int RenderProject(const std::string &project, const Scene &scene, int iBlock) {
     if (!scene.hrtf.empty()) {
         sdk.qk_HRTF_Set_Full(scene.hrtf.c_str());
     }
-    sdk.qk_Asnk_Set(-2);      // no device: blocks come as fast as they are made
-    sdk.qk_Save_Wave_Stop();  // the program writes the file; a recording the project asks for
+    sdk.qk_Siml_Set_FileEnd(1);  // files end exactly, as in every render of the program
+    sdk.qk_Asnk_Set(-2);         // no device: blocks come as fast as they are made
+    sdk.qk_Save_Wave_Stop();     // the program writes the file; a recording the project asks for
     if (iBlock > 0) {
         sdk.qkSimSetBlockLength(iBlock);
     }
@@ -100,7 +113,7 @@ int RenderProject(const std::string &project, const Scene &scene, int iBlock) {
     sdk.qk_Vrcv_Set_Position_LookAt(listener, l[0], l[1], l[2], l[3], l[4], l[5]);
 
     Recording rec;
-    rec.sink.m_strSinkFile = scene.out;
+    rec.sink.m_strSinkFile = out.Temporary();
     rec.seconds = scene.seconds;
     sdk.qk_Appl_Register_On_Values(reinterpret_cast<unsigned long>(&onValues),
                                    reinterpret_cast<unsigned long>(&rec));
@@ -118,7 +131,10 @@ int RenderProject(const std::string &project, const Scene &scene, int iBlock) {
             }
             Progress(static_cast<double>(rec.blocks) * rec.frames / kRate, scene.seconds);
         }
-        ok = ok && !rec.failed;
+        if (ok && rec.failed) {
+            std::fprintf(stderr, "\nquendarik render: can't write %s\n", scene.out.c_str());
+            ok = false;
+        }
     }
     sdk.qkStop();
     sdk.qk_Appl_UnRegister_On_Values();
@@ -127,8 +143,11 @@ int RenderProject(const std::string &project, const Scene &scene, int iBlock) {
         return 1;
     }
     ProgressEnd(scene.seconds);
+    if (!CommitOutput("render", out)) {
+        return 1;
+    }
     std::printf("Wrote %s\n", scene.out.c_str());
-    return ok ? 0 : 1;
+    return 0;
 }
 
 }  // namespace qkcli

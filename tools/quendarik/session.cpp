@@ -1,10 +1,14 @@
 #include "session.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <thread>
 #include <utility>
 
@@ -12,7 +16,9 @@
 
 #include "audio/CAudio_Playback.h"
 #include "audio/WaveOutDevice.h"
+#include "platform/Paths.h"
 #include "sources/WaveFile.h"
+#include "world/CDSC_World.h"
 
 namespace qkcli {
 namespace {
@@ -21,16 +27,38 @@ constexpr double kPi = 3.14159265358979323846;
 // near listener stay below clipping.
 constexpr float kNoiseRms = 3276.8f;
 
-bool readFloats(char **argv, int at, int argc, int count, float *out) {
-    if (at + count > argc) {
+// Loads a world text or a .qkworld archive into the engine. The import of a text returns -1
+// whatever happens, so success is judged by the file being readable and by the planes the
+// world holds afterwards; what the import finds wrong in the text it reports itself.
+bool loadWorld(CQKSDK &sdk, const std::string &strWorld) {
+    std::error_code ec;
+    const std::string path = std::filesystem::absolute(strWorld, ec).string();
+    std::ifstream probe(path, std::ios::binary);
+    if (ec || !probe) {
+        std::fprintf(stderr, "quendarik: the world %s can't be read: %s\n", strWorld.c_str(),
+                     std::strerror(errno));
         return false;
     }
-    for (int i = 0; i < count; ++i) {
-        char *end = nullptr;
-        out[i] = std::strtof(argv[at + i], &end);
-        if (end == argv[at + i] || *end != '\0') {
+    probe.close();
+    const bool archive = path.size() > 8 && qk::ToUpper(path.substr(path.size() - 8)) == ".QKWORLD";
+    if (archive) {
+        if (sdk.qk_Wrld_Set_File_Full(path.c_str()) != 0) {
+            std::fprintf(stderr, "quendarik: the world %s can't be used\n", strWorld.c_str());
             return false;
         }
+        return true;
+    }
+    sdk.qk_Wrld_Import(path.c_str());
+    void *pWorld = nullptr;
+    sdk.qk_Enter_CS();
+    sdk.qk_Wrld_Get(pWorld);
+    const size_t planes =
+        pWorld != nullptr ? static_cast<const CDSC_World *>(pWorld)->m_Planes.size() : 0;
+    sdk.qk_Leave_CS();
+    if (planes == 0) {
+        std::fprintf(stderr, "quendarik: the world %s holds no plane to reflect from\n",
+                     strWorld.c_str());
+        return false;
     }
     return true;
 }
@@ -41,105 +69,13 @@ int onMessage(unsigned long, const char *text, const char *caption, int severity
 }
 }  // namespace
 
-bool ParseScene(int argc, char **argv, Scene &scene, std::vector<std::string> *rest) {
-    for (int i = 0; i < argc; ++i) {
-        const std::string opt = argv[i];
-        SceneSource source;
-        float v[6];
-        if (opt == "--source" && i + 4 < argc + 0 && readFloats(argv, i + 2, argc, 3, v)) {
-            source.file = argv[i + 1];
-            source.x = v[0];
-            source.y = v[1];
-            source.z = v[2];
-            scene.sources.push_back(source);
-            i += 4;
-        } else if (opt == "--noise" && readFloats(argv, i + 1, argc, 3, v)) {
-            source.x = v[0];
-            source.y = v[1];
-            source.z = v[2];
-            scene.sources.push_back(source);
-            i += 3;
-        } else if (opt == "--listener" && readFloats(argv, i + 1, argc, 6, scene.listener)) {
-            scene.listenerGiven = true;
-            i += 6;
-        } else if (opt == "--world" && i + 1 < argc) {
-            scene.world = argv[++i];
-            scene.room[0] = 0.0f;  // the last room given counts
-            scene.preset = 0;
-        } else if (opt == "--room" && readFloats(argv, i + 1, argc, 3, v) && v[0] > 0 && v[1] > 0 &&
-                   v[2] > 0) {
-            std::copy(v, v + 3, scene.room);
-            scene.world.clear();
-            scene.preset = 0;
-            i += 3;
-        } else if (opt == "--preset" && readFloats(argv, i + 1, argc, 1, v) && v[0] >= 1 &&
-                   v[0] <= 6) {
-            scene.preset = static_cast<int>(v[0]);
-            scene.world.clear();
-            scene.room[0] = 0.0f;
-            i += 1;
-        } else if (opt == "--model" && readFloats(argv, i + 1, argc, 1, v) && v[0] >= 1 &&
-                   v[0] <= 3) {
-            scene.model = static_cast<int>(v[0]);
-            i += 1;
-        } else if (opt == "--order" && readFloats(argv, i + 1, argc, 1, v) && v[0] >= 0 &&
-                   v[0] <= 30) {
-            scene.order = static_cast<int>(v[0]);
-            i += 1;
-        } else if (opt == "--seconds" && readFloats(argv, i + 1, argc, 1, v) && v[0] > 0) {
-            scene.seconds = v[0];
-            i += 1;
-        } else if (opt == "--block" && readFloats(argv, i + 1, argc, 1, v) && v[0] >= 16 &&
-                   v[0] <= 32768) {
-            scene.block = static_cast<int>(v[0]);
-            i += 1;
-        } else if (opt == "--out" && i + 1 < argc) {
-            scene.out = argv[++i];
-        } else if (opt == "--convolution" && i + 1 < argc &&
-                   (std::string(argv[i + 1]) == "partitioned" ||
-                    std::string(argv[i + 1]) == "overlap")) {
-            scene.convolution = std::string(argv[++i]) == "partitioned" ? 1 : 0;
-        } else if (opt == "--threads" && readFloats(argv, i + 1, argc, 1, v) && v[0] >= 1 &&
-                   v[0] <= 64) {
-            scene.threads = static_cast<int>(v[0]);
-            i += 1;
-        } else if (opt == "--zero-stuffing") {
-            scene.zeroStuffing = true;
-        } else if (opt == "--hrtf" && i + 1 < argc) {
-            scene.hrtf = argv[++i];
-        } else if (opt == "--speakers") {
-            // The angle is optional: a following word that isn't a number is the next option.
-            scene.speakers = 30.0f;
-            if (readFloats(argv, i + 1, argc, 1, v) && v[0] > 0.0f && v[0] < 180.0f) {
-                scene.speakers = v[0];
-                i += 1;
-            }
-        } else if (opt == "--reverb" && readFloats(argv, i + 1, argc, 1, v) && v[0] >= 0.0f &&
-                   v[0] <= 1.0f) {
-            scene.reverbDry = v[0];
-            i += 1;
-        } else if (rest != nullptr) {
-            rest->push_back(opt);
-        } else {
-            std::fprintf(stderr, "quendarik: unknown or incomplete option '%s'\n", opt.c_str());
-            return false;
-        }
-    }
-    return true;
-}
-
 bool ChooseRoom(CQKSDK &sdk, Scene &scene) {
     if (!scene.HasRoom()) {
         sdk.qk_SFM_Set(0);
         return true;
     }
     if (!scene.world.empty()) {
-        const bool archive = scene.world.size() > 8 &&
-                             scene.world.compare(scene.world.size() - 8, 8, ".qkworld") == 0;
-        const int result = archive ? sdk.qk_Wrld_Set_File_Full(scene.world.c_str())
-                                   : sdk.qk_Wrld_Import(scene.world.c_str());
-        if (result != 0) {
-            std::fprintf(stderr, "quendarik: the world %s can't be used\n", scene.world.c_str());
+        if (!loadWorld(sdk, scene.world)) {
             return false;
         }
     } else if (scene.room[0] > 0.0f) {
@@ -187,7 +123,19 @@ void ChooseOutput(CQKSDK &sdk, const Scene &scene) {
     }
 }
 
+std::string DescribeOutput(const Scene &scene) {
+    if (scene.speakers <= 0.0f) {
+        return "headphones (binaural, no cross-talk cancellation)";
+    }
+    char text[128];
+    std::snprintf(text, sizeof text,
+                  "two loudspeakers at +-%g degrees (through the cross-talk canceller)",
+                  static_cast<double>(scene.speakers));
+    return text;
+}
+
 void ChooseMethods(CQKSDK &sdk, const Scene &scene, int iEngineRate) {
+    sdk.qk_Siml_Set_FileEnd(1);
     sdk.qk_Siml_Set_Convolution(scene.convolution);
     sdk.qk_Siml_Set_Threads(scene.threads);
     sdk.qk_Siml_Set_FileResampling(scene.zeroStuffing ? 0 : 1);

@@ -42,6 +42,7 @@ struct Scene {
     int order = 2;  // reflection order of the image model
     int model = 1;  // 1 early part, 2 with the late reverb, 3 one HRTF and the reverb
     bool listenerGiven = false;
+    bool force = false;  // --force: write even when the file system looks too full
     bool HasRoom() const { return !world.empty() || room[0] > 0.0f || preset > 0; }
 };
 
@@ -55,14 +56,19 @@ std::string DescribeRoom(const Scene &scene);
 // Headphones, or loudspeakers through the canceller, and the late part's dry level, as the
 // scene asks.
 void ChooseOutput(CQKSDK &sdk, const Scene &scene);
+// What ChooseOutput renders for, in words: "headphones (binaural, no cross-talk
+// cancellation)" or "two loudspeakers at +-30 degrees (through the cross-talk canceller)".
+std::string DescribeOutput(const Scene &scene);
 
 // Chooses the scene's convolution method, and how its files at another rate are converted
 // (band-limited unless --zero-stuffing); without conversion it says once for each such file
-// what it will sound like.
+// what it will sound like. Files end exactly: an AC-3 file that has ended is silent, and a
+// wave file loops without a gap.
 void ChooseMethods(CQKSDK &sdk, const Scene &scene, int iEngineRate);
 
-// Parses the scene options shared by render, play and bench; false (with a message) on an
-// unknown or incomplete option. Options: --source FILE X Y Z, --noise X Y Z,
+// Parses the scene options shared by render, play, ir, bench and demo; false, after one line
+// that names the option and what it wants, on a missing or bad value, or on an unknown option
+// when rest is null (else unknown words go to rest). Options: --source FILE X Y Z, --noise X Y Z,
 // --listener X Y Z LX LY LZ, --seconds S, --block N, --out FILE, --hrtf FILE, --zero-stuffing,
 // --convolution partitioned|overlap, --speakers [AZ] (default 30), --reverb DRY, --world FILE,
 // --room W D H, --preset N, --order N, --model 1|2|3.
