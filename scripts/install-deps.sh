@@ -10,6 +10,7 @@ packages=(
   libfftw3-dev libsamplerate0-dev libasound2-dev
   libmysofa-dev libmysofa1 libmpg123-dev liba52-0.7.4-dev libshp-dev
   pulseaudio libasound2-plugins alsa-utils sox
+  libnetcdf-dev
 )
 
 missing=()
