@@ -77,10 +77,8 @@ float CQUENDARIC_Object_Source_Sound::Initialize_LatePart(int, int iRate,
     field.fRT60 = pModel->GetRT60();
     field.fOnset = static_cast<float>(m_iMonoIRLength);
     m_pParameters->m_pSFM_ORMS->EarlyDelays(m_iID, field.afEarlyDelays);
-    // Without a reverberation time (no room) the pair stays empty and adds nothing.
-    if (!(field.fRT60 > 0.0f)) {
-        return 0.0f;
-    }
+    // Without a reverberation time (no room) the pair is tuned all the same: its combs are
+    // plain delays.
     return CLatePart::Initialize(field, iRate, *pLeft, *pRight);
 }
 
