@@ -14,6 +14,7 @@ packages=(
   pybind11-dev python3-dev python3-numpy python3-pytest
   python3-pip
   python3-matplotlib
+  libnetcdf-dev
 )
 
 missing=()

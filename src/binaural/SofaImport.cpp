@@ -2,8 +2,11 @@
 
 #include <mysofa.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <memory>
 #include <vector>
 
@@ -107,11 +110,6 @@ std::string checkUsable(const MYSOFA_HRTF &h) {
     if (!(fRate >= kMinRate && fRate <= kMaxRate) || fRate != std::floor(fRate)) {
         return "its sample rate is not a whole number of Hz between 1000 and 768000";
     }
-    for (unsigned i = 0; i < h.DataDelay.elements && h.DataDelay.values != nullptr; ++i) {
-        if (h.DataDelay.values[i] != 0.0f) {
-            return "it has broadband delays, which the set's format can't hold";
-        }
-    }
     if (h.ReceiverPosition.values == nullptr || h.ReceiverPosition.elements < 6) {
         return "it doesn't say where its receivers are";
     }
@@ -119,6 +117,147 @@ std::string checkUsable(const MYSOFA_HRTF &h) {
         return "its listener doesn't look along +x";
     }
     return std::string();
+}
+
+// The delays of Data.Delay, in samples: one pair for all measurements (I, R) or one for each
+// (M, R). Empty when there are none.
+std::string delayShape(const MYSOFA_HRTF &h, bool &bEach) {
+    bEach = false;
+    if (h.DataDelay.values == nullptr || h.DataDelay.elements == 0) {
+        return std::string();
+    }
+    if (h.DataDelay.elements == h.M * h.R && h.M > 1) {
+        bEach = true;
+    } else if (h.DataDelay.elements != h.R) {
+        return "its delays don't match its measurements";
+    }
+    for (unsigned i = 0; i < h.DataDelay.elements; ++i) {
+        const float d = h.DataDelay.values[i];
+        if (!(d >= 0.0f && d <= static_cast<float>(kMaxTaps))) {
+            return "its delays are not between 0 and " + std::to_string(kMaxTaps) + " samples";
+        }
+    }
+    return std::string();
+}
+
+// Four taps of a cubic Lagrange interpolator whose delay is 1 + fFraction samples: whole
+// delays pass unchanged, and the response's centre moves by exactly the delay.
+void lagrangeTaps(double fFraction, double afTaps[4]) {
+    const double D = 1.0 + fFraction;
+    for (int k = 0; k < 4; ++k) {
+        double h = 1.0;
+        for (int j = 0; j < 4; ++j) {
+            if (j != k) {
+                h *= (D - j) / static_cast<double>(k - j);
+            }
+        }
+        afTaps[k] = h;
+    }
+}
+
+// Moves each response later by its broadband delay, as players of such files do: whole
+// samples by a shift, the fraction through lagrangeTaps (and every response one sample more,
+// so that the interpolator's first tap has room). The responses grow by the longest delay;
+// the delays are then 0.
+std::string applyDelays(MYSOFA_HRTF &h) {
+    bool bEach = false;
+    std::string problem = delayShape(h, bEach);
+    if (!problem.empty() || h.DataDelay.values == nullptr || h.DataDelay.elements == 0) {
+        return problem;
+    }
+    auto delayOf = [&](unsigned m, unsigned r) {
+        return static_cast<double>(h.DataDelay.values[bEach ? m * h.R + r : r]);
+    };
+    bool bFraction = false;
+    double fLongest = 0.0;
+    for (unsigned i = 0; i < h.DataDelay.elements; ++i) {
+        const double d = h.DataDelay.values[i];
+        bFraction = bFraction || d != std::floor(d);
+        fLongest = std::max(fLongest, d);
+    }
+    const unsigned offset = bFraction ? 1u : 0u;
+    const auto n =
+        static_cast<size_t>(h.N + offset + static_cast<unsigned>(fLongest) + (bFraction ? 2u : 0u));
+    if (fLongest == 0.0) {
+        return std::string();
+    }
+    if (n > kMaxTaps) {
+        return "its responses with their delays are longer than " + std::to_string(kMaxTaps) +
+               " samples";
+    }
+    auto *pfMoved =
+        static_cast<float *>(std::calloc(static_cast<size_t>(h.M) * h.R * n, sizeof(float)));
+    if (pfMoved == nullptr) {
+        return "out of memory";
+    }
+    for (unsigned m = 0; m < h.M; ++m) {
+        for (unsigned r = 0; r < h.R; ++r) {
+            const double d = delayOf(m, r);
+            const auto whole = static_cast<size_t>(d);
+            double taps[4] = {0.0, 1.0, 0.0, 0.0};
+            if (d != std::floor(d)) {
+                lagrangeTaps(d - std::floor(d), taps);
+            }
+            const float *src = h.DataIR.values + (static_cast<size_t>(m) * h.R + r) * h.N;
+            float *dst = pfMoved + (static_cast<size_t>(m) * h.R + r) * n;
+            // Tap k puts sample i at offset + whole + i + k - 1; the first tap is 0 unless
+            // there is a fraction, and then the offset is 1.
+            for (size_t i = 0; i < h.N; ++i) {
+                for (size_t k = 0; k < 4; ++k) {
+                    const size_t at = offset + whole + i + k;
+                    if (taps[k] != 0.0 && at >= 1) {
+                        dst[at - 1] += static_cast<float>(taps[k] * src[i]);
+                    }
+                }
+            }
+        }
+    }
+    std::free(h.DataIR.values);
+    h.DataIR.values = pfMoved;
+    h.DataIR.elements = static_cast<unsigned>(static_cast<size_t>(h.M) * h.R * n);
+    h.N = static_cast<unsigned>(n);
+    std::fill(h.DataDelay.values, h.DataDelay.values + h.DataDelay.elements, 0.0f);
+    return std::string();
+}
+
+// Whether the file starts as HDF5 files do (netCDF-4 files are HDF5 files): the signature
+// sits at byte 0, 512, 1024 or 2048.
+bool looksLikeHdf5(const std::string &strPath) {
+    static const char kSignature[8] = {'\x89', 'H', 'D', 'F', '\r', '\n', '\x1a', '\n'};
+    std::ifstream in(strPath, std::ios::binary);
+    for (std::streamoff at : {0, 512, 1024, 2048}) {
+        char head[8] = {};
+        in.clear();
+        in.seekg(at);
+        if (!in.read(head, sizeof head)) {
+            return false;
+        }
+        if (std::memcmp(head, kSignature, sizeof head) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// GeneralFIR sets of two receivers hold head-related responses as SimpleFreeFieldHRIR sets do;
+// they are taken as such, whatever room they name.
+void adoptGeneralFir(MYSOFA_HRTF &h) {
+    if (h.R != 2 || std::strcmp(attribute(h.attributes, "SOFAConventions"), "GeneralFIR") != 0) {
+        return;
+    }
+    for (MYSOFA_ATTRIBUTE *attr = h.attributes; attr != nullptr; attr = attr->next) {
+        const char *value = nullptr;
+        if (attr->name != nullptr && std::strcmp(attr->name, "SOFAConventions") == 0) {
+            value = "SimpleFreeFieldHRIR";
+        } else if (attr->name != nullptr && std::strcmp(attr->name, "RoomType") == 0) {
+            value = "free field";
+        }
+        char *copy = value != nullptr ? strdup(value) : nullptr;
+        if (copy != nullptr) {
+            std::free(attr->value);  // libmysofa's strings are freed with free
+            attr->value = copy;
+        }
+    }
 }
 
 void describe(const std::string &strPath, MYSOFA_HRTF &h, CHELPER_HRTF &set) {
@@ -188,11 +327,24 @@ int ImportSofa(const std::string &strPath, const SofaImportOptions &options, CHE
     int iError = 0;
     SofaPtr h(mysofa_load(strPath.c_str(), &iError));
     if (h == nullptr || iError != MYSOFA_OK) {
-        strError = strPath + ": " + mysofaText(iError);
+        const bool bHdf5 = (iError == MYSOFA_INVALID_FORMAT || iError == MYSOFA_READ_ERROR ||
+                            iError == MYSOFA_UNSUPPORTED_FORMAT) &&
+                           looksLikeHdf5(strPath);
+        std::string reason = mysofaText(iError);
+        if (bHdf5) {
+            reason = iError == MYSOFA_UNSUPPORTED_FORMAT
+                         ? "it is an HDF5 file, but can't be read as SOFA: " + reason
+                         : "it is an HDF5 file, but can't be read as SOFA";
+        }
+        strError = strPath + ": " + reason;
         return -1;
     }
+    adoptGeneralFir(*h);
     iError = mysofa_check(h.get());
     std::string problem = iError != MYSOFA_OK ? mysofaText(iError) : checkUsable(*h);
+    if (problem.empty()) {
+        problem = applyDelays(*h);
+    }
     if (problem.empty() && options.iSampleRate != 0 &&
         options.iSampleRate != static_cast<int>(h->DataSamplingRate.values[0])) {
         if (options.iSampleRate < kMinRate || options.iSampleRate > kMaxRate) {

@@ -26,7 +26,8 @@ float CSFM::AverageAbsorption(CVRPlane &plane) const {
 }
 
 float CSFM::GetRT60() {
-    if (m_pWorld == nullptr || m_pCode4 == nullptr) {
+    // A world without planes is no room, whatever volume it last counted.
+    if (m_pWorld == nullptr || m_pCode4 == nullptr || m_pWorld->m_Planes.empty()) {
         return 0.0f;
     }
     float fAbsorption = 0.0f;

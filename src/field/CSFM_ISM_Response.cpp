@@ -36,6 +36,18 @@ void convolve(const float *pfA, int na, const float *pfB, int nb, float *pfOut) 
         }
     }
 }
+
+// Whether a plane on the path to the image, the image's own included, has a filter.
+bool pathFiltered(const std::vector<CImageSource> &images, const CDSC_World &world, int iImage) {
+    for (int i = iImage; i >= 0; i = images[static_cast<size_t>(i)].iParent) {
+        const int plane = images[static_cast<size_t>(i)].iPlane;
+        if (plane >= 0 && static_cast<size_t>(plane) < world.m_Planes.size() &&
+            world.m_Planes[static_cast<size_t>(plane)]->m_Material.m_pFilter.get() != nullptr) {
+            return true;
+        }
+    }
+    return false;
+}
 }  // namespace
 
 // The cascade of an image is its parent's convolved with the filter of the image's own plane,
@@ -63,7 +75,11 @@ int CSFM_ISM::Cascade(int iImage, int iFilterTaps) {
     const size_t at = m_cascades.size();
     m_cascades.resize(at + static_cast<size_t>(length), 0.0f);
     float *pfOut = m_cascades.data() + at;
-    const float *pfParent = parentOffset >= 0 ? m_cascades.data() + parentOffset : nullptr;
+    // A plane without a filter (its material isn't in the table) is skipped: the first plane
+    // of the path with a filter starts the cascade, wherever it lies.
+    const float *pfParent = parentOffset >= 0 && pathFiltered(images, *m_pWorld, image.iParent)
+                                ? m_cascades.data() + parentOffset
+                                : nullptr;
     if (pfParent != nullptr && taps > 0) {
         convolve(pfParent, parentLength, material.m_pFilter.get(), taps, pfOut);
     } else if (pfParent != nullptr) {

@@ -1,6 +1,7 @@
 #include "field/CSFM_PCIRS.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cmath>
@@ -9,6 +10,7 @@
 
 #include "dsp/IppBuffer.h"
 #include "dsp/ipps.h"
+#include "platform/Report.h"
 #include "sources/WaveFile.h"
 
 QK_IMPLEMENT_SERIAL(CSFM_PCIRS)
@@ -27,18 +29,49 @@ int wholeField(const std::string &text) {
 float metresField(const std::string &text) {
     return static_cast<float>(std::atof(text.c_str()) / kCentimetres);
 }
+
+// ".wav" in any case.
+bool waveName(const std::string &name) {
+    if (name.size() <= 4) {
+        return false;
+    }
+    const char *ext = ".wav";
+    for (size_t i = 0; i < 4; ++i) {
+        const char c = name[name.size() - 4 + i];
+        if (std::tolower(static_cast<unsigned char>(c)) != ext[i]) {
+            return false;
+        }
+    }
+    return true;
+}
 }  // namespace
 
 int CSFM_PCIRS::init(const std::string &strDirectory) {
     m_sDirectory = strDirectory;
     std::error_code error;
+    int unreadable = 0;
+    std::string first;
     for (std::filesystem::directory_iterator it(strDirectory, error), end; !error && it != end;
          it.increment(error)) {
         const std::string name = it->path().filename().string();
-        if (name.size() > 4 && name.compare(name.size() - 4, 4, ".wav") == 0 &&
-            it->is_regular_file(error)) {
-            GetPositions(name.substr(0, name.size() - 4));
+        if (!waveName(name)) {
+            continue;
         }
+        // An entry whose status can't be had (a link to nothing) is passed over, not the end.
+        std::error_code status;
+        if (it->is_regular_file(status)) {
+            GetPositions(name.substr(0, name.size() - 4));
+        } else if (status) {
+            if (unreadable++ == 0) {
+                first = name;
+            }
+        }
+    }
+    if (unreadable > 0) {
+        qk::Report("The pre-computed set in " + strDirectory + " leaves out " +
+                       std::to_string(unreadable) + " file(s) that can't be read, such as " +
+                       first + ".",
+                   "Quendarik", qk::Severity::Warning);
     }
     GetNumberOf3DSources();
     return 0;

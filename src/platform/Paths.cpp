@@ -68,7 +68,10 @@ std::string FileNamePart(const std::string &path) {
 
 std::string FolderPart(const std::string &path) {
     const size_t cut = path.find_last_of("/\\");
-    return cut == std::string::npos ? std::string() : path.substr(0, cut);
+    if (cut == std::string::npos) {
+        return std::string();
+    }
+    return cut == 0 ? path.substr(0, 1) : path.substr(0, cut);  // "/x" is in the root, "/"
 }
 
 bool IsAbsolutePath(const std::string &path) {

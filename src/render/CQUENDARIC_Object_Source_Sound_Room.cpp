@@ -83,10 +83,8 @@ float CQUENDARIC_Object_Source_Sound::Initialize_LatePart(int, int iRate,
     if (CSFM_ISM_ORMS *pRooms = m_pResources != nullptr ? m_pResources->RoomModel() : nullptr) {
         pRooms->EarlyDelays(m_iID, field.afEarlyDelays);
     }
-    // Without a reverberation time (no room) the pair stays empty and adds nothing.
-    if (!(field.fRT60 > 0.0f)) {
-        return 0.0f;
-    }
+    // Without a reverberation time (no room) the pair is tuned all the same: its combs are
+    // plain delays.
     return CLatePart::Initialize(field, iRate, *pLeft, *pRight);
 }
 

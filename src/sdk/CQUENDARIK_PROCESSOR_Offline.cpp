@@ -104,6 +104,9 @@ std::unique_ptr<CSFM> CQUENDARIK_PROCESSOR::MakePrivateModel() {
 
 int CQUENDARIK_PROCESSOR::SFM_PreComputeWav() {
     Guard guard(m_csEngine);
+    // The responses are for the poses the host last gave, including moves no block has
+    // taken yet.
+    TakeMoves();
     CQUENDARIC_PARAMETERS &p = m_Parameters;
     m_Context.SetHRTF();
     p.m_iHRTFChanged = 1;

@@ -38,11 +38,9 @@ int CQUENDARIK_PROCESSOR::Reverb_Initialize(CQUENDARIC_Service_Reverb &left,
     m_GlobalLateField.fRT60 = room.GetRT60();
     std::copy(room.m_afEarlyDelays, room.m_afEarlyDelays + 6, m_GlobalLateField.afEarlyDelays);
     m_GlobalLateField.fOnset = static_cast<float>(room.m_iLastLength);
-    // Without a reverberation time (no room) the pair stays empty and adds nothing; tuned for a
-    // time of 0 its right ear would pass the block 1 ms late six times over.
-    if (m_GlobalLateField.fRT60 > 0.0f) {
-        CLatePart::Initialize(m_GlobalLateField, iSampleRate, left, right);
-    }
+    // Without a reverberation time (no room) the pair is tuned all the same, once: its combs
+    // are plain delays, and it stays set up until the world or a material changes.
+    CLatePart::Initialize(m_GlobalLateField, iSampleRate, left, right);
     return 0;
 }
 

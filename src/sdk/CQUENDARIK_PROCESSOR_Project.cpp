@@ -177,8 +177,20 @@ void CQUENDARIK_PROCESSOR::CommitProject(SProject &project) {
     // The old objects go before the sounds they point at.
     RemoveAll3DSources();
     m_Context.m_World.ClearVRSources();
+    std::string strProjectHRTF, strProjectHRTF_CTC;
     if (project.settings != nullptr) {
-        m_Parameters.ApplyStored(*project.settings);
+        // The project's sets are asked for, as a host would, and the sets in force stay
+        // named as they are until the block path has loaded the new ones.
+        {
+            std::lock_guard<std::recursive_mutex> strings(m_Parameters.m_csStrings);
+            std::string strInUse = m_Parameters.m_strHRTF;
+            std::string strInUseCTC = m_Parameters.m_strHRTF_CTC;
+            m_Parameters.ApplyStored(*project.settings);
+            strProjectHRTF = m_Parameters.m_strHRTF;
+            strProjectHRTF_CTC = m_Parameters.m_strHRTF_CTC;
+            m_Parameters.m_strHRTF = std::move(strInUse);
+            m_Parameters.m_strHRTF_CTC = std::move(strInUseCTC);
+        }
         m_Parameters.m_iWorldChanged = 1;
         InstallSources(project.sources);
     }
@@ -198,12 +210,8 @@ void CQUENDARIK_PROCESSOR::CommitProject(SProject &project) {
     BindSounds();
     RefreshMoves();
     if (project.settings != nullptr) {
-        std::string strHRTF;
-        {
-            std::lock_guard<std::recursive_mutex> strings(m_Parameters.m_csStrings);
-            strHRTF = m_Parameters.m_strHRTF;
-        }
-        SetHRTF(strHRTF);
+        SetHRTF(strProjectHRTF);
+        SetHRTFCTC(strProjectHRTF_CTC);
     }
 }
 

@@ -20,6 +20,14 @@ float decayGain(float fDelay, float fRT60) {
 float finiteOrZero(float f) {
     return std::isfinite(f) ? f : 0.0f;
 }
+
+// A time not above 0 (or not a number) is 0; a long or endless one is held to the longest.
+float boundedTime(float fRT60) {
+    if (!(fRT60 > 0.0f)) {
+        return 0.0f;
+    }
+    return std::fmin(fRT60, CLatePart::kLongestRT60);
+}
 }  // namespace
 
 void CLatePart::TuneEar(float fRT60, float *pfDelays, float *pfGains, const float *pfAllPassGains) {
@@ -41,7 +49,7 @@ void CLatePart::TuneEar(float fRT60, float *pfDelays, float *pfGains, const floa
 
 float CLatePart::Initialize(const SLateField &field, int iSampleRate,
                             CQUENDARIC_Service_Reverb &left, CQUENDARIC_Service_Reverb &right) {
-    const float fRT60 = finiteOrZero(field.fRT60);
+    const float fRT60 = boundedTime(field.fRT60);
     float afDelays[kEntries];
     float afGains[kEntries];
     for (int i = 0; i < kCombs; ++i) {

@@ -26,6 +26,9 @@ class CLatePart {
     // The doubling stops at this delay (s) whatever the gain: a long reverberation time makes
     // long combs, and a delay of 0 could never be doubled out of the loop.
     static constexpr float kLongestDelay = 10.0f;
+    // The longest reverberation time (s) the pair is tuned for: a room that absorbs nothing
+    // has an endless time, and is given this long decay rather than none.
+    static constexpr float kLongestRT60 = 20.0f;
     // The right ear's delays are the left ear's plus this (s): it decorrelates the ears.
     static constexpr float kRightEarOffset = 0.001f;
 
@@ -36,7 +39,9 @@ class CLatePart {
     // A time that isn't above 0 gives gains of 0.
     static void TuneEar(float fRT60, float *pfDelays, float *pfGains, const float *pfAllPassGains);
     // Tunes and initialises the pair for the field at iSampleRate; returns the reverberation
-    // time in s. A time or delay that isn't a finite number counts as 0.
+    // time in s the pair was tuned for. A time of 0 (no room) gives combs of gain 0, plain
+    // delays; a time beyond kLongestRT60, endless included, is tuned as kLongestRT60. A time
+    // that isn't a number, or a delay that isn't finite, counts as 0.
     static float Initialize(const SLateField &field, int iSampleRate,
                             CQUENDARIC_Service_Reverb &left, CQUENDARIC_Service_Reverb &right);
     // Binaural: each ear's early signal (pfEarly: n left, then n right) goes through its

@@ -271,16 +271,16 @@ CQUENDARIC_PARAMETERS::~CQUENDARIC_PARAMETERS() {
 void CQUENDARIC_PARAMETERS::Serialize(qk::CArchive &ar) {
     qk::CObject::Serialize(ar);
     if (ar.IsStoring()) {
-        {
-            std::lock_guard<std::recursive_mutex> guard(m_csStrings);
-            if (!m_strHRTFRequest.empty() && m_strHRTFRequest != m_strHRTF) {
-                m_strHRTF = m_strHRTFRequest;
-            }
-            if (!m_strHRTFRequest_CTC.empty() && m_strHRTFRequest_CTC != m_strHRTF_CTC) {
-                m_strHRTF_CTC = m_strHRTFRequest_CTC;
-            }
-        }
+        // The names asked for are kept; a request still waiting stays one, so that the block
+        // path loads its set.
+        std::lock_guard<std::recursive_mutex> guard(m_csStrings);
         Stored v = Capture();
+        if (!m_strHRTFRequest.empty()) {
+            v.strHRTF = m_strHRTFRequest;
+        }
+        if (!m_strHRTFRequest_CTC.empty()) {
+            v.strHRTF_CTC = m_strHRTFRequest_CTC;
+        }
         SerializeStored(ar, v);
     } else {
         Stored v{};

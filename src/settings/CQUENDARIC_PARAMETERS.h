@@ -31,8 +31,8 @@ class CQUENDARIC_PARAMETERS : public qk::CObject {
 
     // The persistent settings: a version float (1.0, ignored on loading), then the fields
     // marked "stored" below in their order, ints and floats in 32 bits, strings counted.
-    // Storing first turns a pending HRTF request into the set in use, so that what is kept
-    // is what was last asked for. Loading reads everything before it changes anything: an
+    // Storing keeps the names of the HRTF sets last asked for and leaves a request that is
+    // still waiting as it is. Loading reads everything before it changes anything: an
     // archive that ends early throws and leaves the settings as they were.
     void Serialize(qk::CArchive &ar) override;
 

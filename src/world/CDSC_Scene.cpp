@@ -1,5 +1,7 @@
 #include "world/CDSC_Scene.h"
 
+#include <algorithm>
+
 #include "platform/Archive.h"
 #include "platform/Paths.h"
 #include "platform/Report.h"
@@ -125,11 +127,11 @@ void CDSC_Scene::Import(CDSC_World *pWorld, const std::string &strPath,
     ImportFile(pWorld, strPath, strDescription, iMain, 0, limits);
 }
 
-void CDSC_Scene::ImportFile(CDSC_World *pWorld, const std::string &strPath,
+bool CDSC_Scene::ImportFile(CDSC_World *pWorld, const std::string &strPath,
                             const std::string &strDescription, int iMain, int iDepth,
                             ImportLimits &limits) {
     if (pWorld == nullptr || !qk::IsAbsolutePath(strPath)) {
-        return;
+        return false;
     }
     if (iDepth > kMaxIncludeDepth || limits.scenes >= kMaxScenes) {
         if (!limits.reported) {
@@ -139,14 +141,14 @@ void CDSC_Scene::ImportFile(CDSC_World *pWorld, const std::string &strPath,
                        "World", qk::Severity::Error);
             limits.reported = true;
         }
-        return;
+        return true;  // told once above
     }
     auto scene = std::make_unique<CDSC_Scene>(pWorld, strPath, strDescription, iMain);
     CWorldTextReader reader;
     size_t bytes = 0;
     if (reader.Read(qk::JoinPath(scene->m_strFolder, scene->m_strName), pWorld, scene.get(),
                     limits.bytesLeft, &bytes) != 0) {
-        return;
+        return false;
     }
     limits.bytesLeft -= bytes;
     ++limits.scenes;
@@ -154,10 +156,19 @@ void CDSC_Scene::ImportFile(CDSC_World *pWorld, const std::string &strPath,
     pWorld->InsertScene(scene.release());
     const std::vector<std::string> includes = read->m_Includes;
     const std::string folder = read->m_strFolder;
-    for (const std::string &name : includes) {
+    for (std::string name : includes) {
+        // Names written on another system separate their folders with backslashes.
+        if (!qk::IsAbsolutePath(name)) {
+            std::replace(name.begin(), name.end(), '\\', '/');
+        }
         const std::string path = qk::IsAbsolutePath(name) ? name : qk::JoinPath(folder, name);
-        ImportFile(pWorld, path, std::string(), 0, iDepth + 1, limits);
+        if (!ImportFile(pWorld, path, std::string(), 0, iDepth + 1, limits)) {
+            qk::Report("World file '" + path + "', included by '" + strPath +
+                           "', can't be read: its planes are left out.",
+                       "World", qk::Severity::Warning);
+        }
     }
+    return true;
 }
 
 int CDSC_Scene::Generate() {

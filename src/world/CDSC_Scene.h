@@ -93,7 +93,9 @@ class CDSC_Scene : public qk::CObject {
 
   private:
     struct ImportLimits;
-    static void ImportFile(CDSC_World *pWorld, const std::string &strPath,
+    // Reads one file and what it includes; false when the file can't be read. An include
+    // that can't be read is reported, naming the file that includes it.
+    static bool ImportFile(CDSC_World *pWorld, const std::string &strPath,
                            const std::string &strDescription, int iMain, int iDepth,
                            ImportLimits &limits);
     void CopyFields(const CDSC_Scene &other);

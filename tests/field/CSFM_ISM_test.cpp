@@ -372,3 +372,36 @@ TEST_F(ShoeBox, TheRayTracingModelIsASkeleton) {
               -1);
     EXPECT_EQ(out.mono, nullptr);
 }
+
+// A plane whose material the table hasn't got has no filter: a path through it is filtered by
+// its other planes, wherever on the path the plane lies, and only a path through nothing but
+// that plane has no filter at all (silence).
+TEST_F(ShoeBox, APlaneWithoutAFilterIsSkippedOnThePath) {
+    world->m_Planes[0]->m_strMaterial = "no such material";
+    ASSERT_EQ(Echogram(at(1, 1, 1), at(-1, -1, 2), 3, 25.0f, 1), 0);
+    ASSERT_EQ(world->m_Planes[0]->m_Material.m_pFilter.get(), nullptr);
+    std::vector<float> filter;
+    int throughOthers = 0, silentThroughOthers = 0;
+    for (const CImageSource &image : model->m_Images) {
+        if (image.iOrder == 0) {
+            continue;
+        }
+        bool other = false;
+        for (int i = static_cast<int>(&image - model->m_Images.data()); i >= 0;
+             i = model->m_Images[static_cast<size_t>(i)].iParent) {
+            const int plane = model->m_Images[static_cast<size_t>(i)].iPlane;
+            other = other || plane > 0;
+        }
+        model->GetReflectionFilter(static_cast<int>(&image - model->m_Images.data()), filter, kRate,
+                                   32);
+        const float sum = std::accumulate(filter.begin(), filter.end(), 0.0f);
+        if (other) {
+            ++throughOthers;
+            silentThroughOthers += std::fabs(sum - 1.0f) > 1e-4f ? 1 : 0;
+        } else {
+            EXPECT_EQ(sum, 0.0f);
+        }
+    }
+    EXPECT_GT(throughOthers, 50);
+    EXPECT_EQ(silentThroughOthers, 0);
+}

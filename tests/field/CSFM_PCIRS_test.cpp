@@ -6,6 +6,7 @@
 #include "dsp/IppBuffer.h"
 #include "field/CSFM_PCIRS.h"
 #include "support/HrtfSets.h"
+#include "support/ReportRecorder.h"
 #include "support/WaveWriter.h"
 
 namespace fs = std::filesystem;
@@ -116,4 +117,27 @@ TEST_F(PreComputedSet, FirstRecordWithinHalfAMetreElseTheLastRecord) {
     float *before = left;
     EXPECT_EQ(Get(empty, C3Point(0, 0, 0, 0), 1), -1);
     EXPECT_EQ(left, before);
+}
+
+// The scan goes past entries whose status can't be had (links to nothing), with one report for
+// all of them, and takes ".wav" in any case.
+TEST_F(PreComputedSet, ScanGoesPastBrokenEntriesAndTakesTheExtensionInAnyCase) {
+    for (int i = 0; i < 8; ++i) {
+        fs::create_symlink(folder + "/gone" + std::to_string(i),
+                           folder + "/" + std::to_string(i) + "_0_0_0_0_0_0_9_0_0_0_0_0_0.wav");
+    }
+    Write("1_0_0_0_0_100_0_2_150_200_0_0_0_0.wav", {0}, 1);
+    Write("1_0_0_0_0_100_0_3_150_200_0_0_0_0.WAV", {0}, 1);
+    Write("1_0_0_0_0_100_0_4_150_200_0_0_0_0.Wav", {0}, 1);
+    Write("1_0_0_0_0_100_0_5_150_200_0_0_0_0.wavx", {0}, 1);
+    qktest::ReportRecorder reports;
+    CSFM_PCIRS set;
+    set.m_bLoadSamples = 0;
+    EXPECT_EQ(set.init(folder), 0);
+    std::vector<int> ids;
+    for (const CPCIR &record : set.m_Positions) {
+        ids.push_back(record.m_iSourceID);
+    }
+    EXPECT_EQ(ids, (std::vector<int>{2, 3, 4}));
+    EXPECT_EQ(reports.entries.size(), 1u);
 }

@@ -45,6 +45,7 @@ TEST(Paths, SplitsAcceptBothSeparators) {
     EXPECT_EQ(qk::FileNamePart("plain"), "plain");
     EXPECT_EQ(qk::FolderPart("/a/b\\c.wav"), "/a/b");
     EXPECT_EQ(qk::FolderPart("plain"), "");
+    EXPECT_EQ(qk::FolderPart("/in_root.txt"), "/");
     EXPECT_TRUE(qk::IsAbsolutePath("/x"));
     EXPECT_TRUE(qk::IsAbsolutePath("D:\\x"));
     EXPECT_FALSE(qk::IsAbsolutePath("x/y"));

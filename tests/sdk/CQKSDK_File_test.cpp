@@ -284,3 +284,64 @@ TEST_F(ProjectFiles, DamagedOrForeignFilesChangeNothing) {
     }).join();
     EXPECT_TRUE(bTaken);
 }
+
+namespace {
+// A set whose responses are `taps` long, so that the length tells which file is in use.
+std::string WriteSet(const std::string &strPath, int iTaps) {
+    auto set = qktest::MakeSet(3, iTaps, "BOTH", 44100);
+    qktest::FillLookup(*set, 0);
+    const std::vector<uint8_t> bytes = qktest::StoreToBytes(*set);
+    std::FILE *file = std::fopen(strPath.c_str(), "wb");
+    std::fwrite(bytes.data(), 1, bytes.size(), file);
+    std::fclose(file);
+    return strPath;
+}
+
+// Taps of the sets in use after one hosted block: the engine's, then the canceller's.
+std::pair<int, int> TapsInUse(CQKSDK &sdk) {
+    sdk.qk_Siml_Process_WinAmp(256, 16, 2, 44100);
+    const CEngineContext &p = CQKSDKTestAccess::Engine(sdk).m_Context;
+    return {p.m_pHRTF != nullptr ? p.m_pHRTF->m_iFileTaps : 0,
+            p.m_pHRTF_CTC != nullptr ? p.m_pHRTF_CTC->m_iFileTaps : 0};
+}
+}  // namespace
+
+// Opening a project asks for its sets as a host would, so that the next block loads them and
+// the names reported are those in force; saving stores the names asked for and leaves a
+// request that is still waiting to be loaded at the next block.
+TEST_F(ProjectFiles, OpeningRequestsTheProjectsSetsAndSavingLeavesARequestStanding) {
+    const std::string a = WriteSet(folder + "/a.qkhrtf", 32);
+    const std::string b = WriteSet(folder + "/b.qkhrtf", 48);
+    const std::string c = WriteSet(folder + "/c.qkhrtf", 40);
+    const std::string d = WriteSet(folder + "/d.qkhrtf", 56);
+    const std::string withB = folder + "/b.qkproject";
+    const std::string withA = folder + "/a.qkproject";
+    {
+        CQKSDK first;
+        first.qk_Asnk_Set(-2);
+        first.qk_HRTF_Set_Full(b.c_str());
+        first.qk_HRTF_CTC_Set_Full(d.c_str());
+        ASSERT_EQ(TapsInUse(first), std::make_pair(48, 56));
+        ASSERT_EQ(first.qk_File_Save(withB.c_str(), nullptr), 0);
+    }
+    CQKSDK sdk;
+    sdk.qk_Asnk_Set(-2);
+    sdk.qk_HRTF_Set_Full(a.c_str());
+    sdk.qk_HRTF_CTC_Set_Full(c.c_str());
+    ASSERT_EQ(TapsInUse(sdk), std::make_pair(32, 40));
+    ASSERT_EQ(sdk.qk_File_Open(withB.c_str(), nullptr), 0);
+    char name[1024] = {};
+    char *buffer = name;
+    CQKSDKTestAccess::Engine(sdk).GetHRTF(buffer);
+    EXPECT_EQ(std::string(name), b);
+    EXPECT_EQ(TapsInUse(sdk), std::make_pair(48, 56));
+
+    // A request made and saved before any block: kept in the file, and still loaded after.
+    sdk.qk_HRTF_Set_Full(a.c_str());
+    ASSERT_EQ(sdk.qk_File_Save(withA.c_str(), nullptr), 0);
+    EXPECT_EQ(TapsInUse(sdk).first, 32);
+    ASSERT_EQ(sdk.qk_File_Open(withB.c_str(), nullptr), 0);
+    ASSERT_EQ(TapsInUse(sdk).first, 48);
+    ASSERT_EQ(sdk.qk_File_Open(withA.c_str(), nullptr), 0);
+    EXPECT_EQ(TapsInUse(sdk).first, 32);
+}

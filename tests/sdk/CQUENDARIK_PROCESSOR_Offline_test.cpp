@@ -148,3 +148,30 @@ TEST_F(ResponseSets, ModelFourPlaysBackWhatTheImageModelWrote) {
     EXPECT_GT(peak, 100 * step);  // a response, not silence
     EXPECT_LT(peak, 1.0f);        // within the 16-bit range, so nothing wrapped
 }
+
+// Moves a host made since the last block are taken before the responses: a source moved to a
+// place gives the file of a source added there, under the name of the new place, and the
+// listener's move is seen too.
+TEST_F(ResponseSets, MovesNotYetRenderedAreTakenFirst) {
+    sdk.qk_Wrld_Preset(2);
+    sdk.qk_Siml_Set_SpecularOrder(1);
+    int sound = 0, moved = 0, placed = 0;
+    sdk.qk_Ssrc_Add_WMP(sound);
+    sdk.qk_Vsrc_Add(moved, sound, 0, -1.0f, 1.0f, 0.5f, "moved");
+    sdk.qk_Vsrc_Add(placed, sound, 0, 1.2f, 0.3f, 1.3f, "placed");
+    sdk.qk_Vsrc_Set_Position(moved, 1.2f, 0.3f, 1.3f);
+    sdk.qk_Vrcv_Set_Position_LookAt(listener, -0.6f, -0.2f, 1.9f, -0.6f, 5.0f, 1.9f);
+    ASSERT_EQ(sdk.qk_SFM_PreComputeWav(), 0);
+    const std::string l = std::to_string(listener) + "_-60_-20_190_-60_500_190_";
+    const std::string movedName = l + std::to_string(moved) + "_120_30_130_0_0_0.wav";
+    const std::string placedName = l + std::to_string(placed) + "_120_30_130_0_0_0.wav";
+    std::vector<std::string> names = Files();
+    std::sort(names.begin(), names.end());
+    std::vector<std::string> wanted{movedName, placedName};
+    std::sort(wanted.begin(), wanted.end());
+    ASSERT_EQ(names, wanted);
+    const auto a = qktest::WaveChannels(folder + "/" + movedName);
+    const auto b = qktest::WaveChannels(folder + "/" + placedName);
+    ASSERT_EQ(a.size(), 2u);
+    EXPECT_EQ(a, b);
+}

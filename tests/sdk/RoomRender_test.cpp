@@ -247,3 +247,53 @@ TEST(RoomRender, BackToFreeFieldAfterANewBlockLength) {
     EXPECT_GT(length, 0);
     EXPECT_LE(length, 512);
 }
+
+// Without a room the reverberation time is 0 (in a new engine, and after a room is cleared)
+// and the late part is tuned all the same: model 3, which hears only the reverbs, isn't
+// silent, and the engine's pair of "ONEREVERB" is set up once rather than at every block.
+TEST(RoomRender, NoRoomStillTunesTheLatePartOnce) {
+    if (!std::ifstream(kDefaultSet).good()) {
+        GTEST_SKIP() << "the build's default HRTF set is missing";
+    }
+    for (int model : {3, 2}) {
+        for (bool bHadRoom : {false, true}) {
+            SCOPED_TRACE(testing::Message() << "model " << model << ", room before " << bHadRoom);
+            CQKSDK sdk;
+            sdk.qk_Siml_Set_AGC(0);
+            sdk.qk_Research_Set_BOOL("ONEREVERB", model == 2 ? 1 : 0);
+            sdk.qk_HRTF_Set_Full(kDefaultSet.c_str());
+            sdk.qk_Asnk_Set(-2);
+            sdk.qk_Siml_Set_PO(1);
+            if (bHadRoom) {
+                sdk.qk_Wrld_Preset(2);
+            }
+            sdk.qk_Wrld_None();
+            sdk.qk_SFM_Set(model);
+            int listener = 0, sound = 0, source = 0;
+            sdk.qk_Vrcv_Add(listener);
+            sdk.qk_Ssrc_Add_WMP(sound);
+            sdk.qk_Vsrc_Add(source, sound, 0, 1.2f, 0.3f, 1.3f, "noise");
+            std::mt19937 rng(3);
+            std::normal_distribution<float> normal(0.0f, 1000.0f);
+            std::vector<float> input(2048);
+            double energy = 0.0;
+            for (int b = 0; b < 3; ++b) {
+                std::generate(input.begin(), input.end(), [&] { return normal(rng); });
+                sdk.qk_Ssrc_Gen_Samples_1P(sound, input.data(), 2048, 16, 1, kRate);
+                ASSERT_EQ(sdk.qk_Siml_Process_WinAmp(2048, 16, 2, kRate), 0);
+                float *data = nullptr;
+                sdk.qk_Vrcv_Get_Data(listener, data);
+                for (int i = 0; i < 2 * 2048; ++i) {
+                    energy += static_cast<double>(data[i]) * data[i];
+                }
+            }
+            CQUENDARIK_PROCESSOR &engine = CQKSDKTestAccess::Engine(sdk);
+            EXPECT_EQ(engine.m_Context.m_pSFM_ORMS->GetRT60(), 0.0f);
+            EXPECT_GT(energy, 1.0);
+            if (model == 2) {
+                EXPECT_EQ(engine.m_ReverbL.m_fSampleRate, static_cast<float>(kRate));
+                EXPECT_EQ(engine.m_ReverbR.m_fSampleRate, static_cast<float>(kRate));
+            }
+        }
+    }
+}

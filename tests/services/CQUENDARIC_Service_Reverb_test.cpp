@@ -217,3 +217,36 @@ TEST(CLatePart, RightEarIsOffsetAndDryLevelMixes) {
         ASSERT_EQ(both, piece) << at;
     }
 }
+
+// The edges of the reverberation time. A time of 0 is tuned too: every comb's gain is 0, so
+// the pair runs and passes the input as plain delays. An endless time (a room that absorbs
+// nothing) keeps a long decay that still ends, with combs of bounded length.
+TEST(CLatePart, TimesOfZeroAndWithoutEndAreTunedToo) {
+    CQUENDARIC_Service_Reverb left, right;
+    EXPECT_EQ(CLatePart::Initialize(field(0.0f, 0.0f), kRate, left, right), 0.0f);
+    EXPECT_EQ(left.m_fSampleRate, static_cast<float>(kRate));
+    EXPECT_EQ(right.m_fSampleRate, static_cast<float>(kRate));
+    ASSERT_EQ(left.m_pfGains.size(), 8u);
+    for (int i = 0; i < CLatePart::kCombs; ++i) {
+        EXPECT_EQ(left.m_pfGains[static_cast<size_t>(i)], 0.0f) << i;
+    }
+    const std::vector<float> h = impulseResponse(left, 4096);
+    float peak = 0.0f;
+    for (float v : h) {
+        peak = std::max(peak, std::fabs(v));
+    }
+    EXPECT_GT(peak, 0.1f);  // heard, not silence
+
+    for (float T : {std::numeric_limits<float>::infinity(), 1e9f}) {
+        CQUENDARIC_Service_Reverb l, r;
+        const float tuned = CLatePart::Initialize(field(T), kRate, l, r);
+        EXPECT_GE(tuned, 10.0f);
+        EXPECT_LE(tuned, CLatePart::kLongestRT60);
+        for (int i = 0; i < CLatePart::kCombs; ++i) {
+            const auto k = static_cast<size_t>(i);
+            EXPECT_LT(l.m_pfGains[k], -0.5f) << i;  // a long decay, not none
+            EXPECT_GE(l.m_pfGains[k], -CLatePart::kStableGain) << i;
+            EXPECT_LT(l.m_pfDelays[k], 2.0f) << i;
+        }
+    }
+}

@@ -273,3 +273,28 @@ TEST_F(WorldText, EveryKeywordWithIncludesReadsAndItsArchiveGeneratesTheSamePlan
     EXPECT_FLOAT_EQ(copy.m_fVolume, 36.0f);
     EXPECT_EQ(copy.m_Scenes[1]->m_strName, "walls.txt");
 }
+
+// Includes written on another system name their folders with backslashes; an include that
+// can't be read is reported with the file that asked for it, and the rest is read. A file in
+// the root folder has "/" for its folder, so that its includes are found beside it.
+TEST_F(WorldText, IncludesWithBackslashesAndIncludesThatCantBeRead) {
+    Write("rooms/main.txt",
+          "CORNERS\n1 0 0 0\n2 2 0 0\n3 0 2 0\nPLANES\n[ 1 x / 1 2 3 / abs_floor ]\n"
+          "INCLUDE parts\\upper\\roof.txt\n#I parts\\gone.txt\n");
+    Write("rooms/parts/upper/roof.txt",
+          "CORNERS\n1 0 0 2\n2 0 2 2\n3 2 0 2\nPLANES\n"
+          "[ 1 x / 1 2 3 / abs_ceiling ]\n");
+    qktest::ReportRecorder reports;
+    CDSC_Scene::Import(world.get(), root.Path() + "/rooms/main.txt", "", 1);
+    ASSERT_EQ(world->m_Scenes.size(), 2u);
+    EXPECT_EQ(world->m_Scenes[1]->m_strName, "roof.txt");
+    ASSERT_EQ(world->Generate(), 0);
+    EXPECT_EQ(world->m_Planes.size(), 2u);
+    ASSERT_EQ(reports.entries.size(), 1u);
+    EXPECT_NE(reports.entries[0].text.find("parts/gone.txt"), std::string::npos);
+    EXPECT_NE(reports.entries[0].text.find("main.txt"), std::string::npos);
+
+    const CDSC_Scene inRoot(world.get(), "/main.txt", "", 1);
+    EXPECT_EQ(inRoot.m_strFolder, "/");
+    EXPECT_EQ(inRoot.m_strName, "main.txt");
+}
