@@ -51,7 +51,9 @@ const std::set<std::string> kKnownCircles = {
     "world/CDSC_World -> world/CDSC_Scene -> world/CWorldTextReader -> world/CDSC_World",
 };
 // Functions that are still too long, as "file:function's first line".
-const std::set<std::string> kKnownLong = {};
+const std::set<std::string> kKnownLong = {
+    "binaural/SofaImport.cpp:321",
+};
 
 constexpr int kMaxFileLines = 600;
 constexpr int kMaxFunctionLines = 80;
