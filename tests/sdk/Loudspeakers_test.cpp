@@ -95,9 +95,10 @@ TEST_F(Loudspeakers, AMinuteOfBlocksStaysClean) {
     }
 }
 
-// The global late pair mixes by the dry level and writes the wet level back. With no room to
-// tune it from it stays empty and the block is the dry part alone; once a room's late field is
-// there and the world changed, the pair is rebuilt and heard.
+// The global late pair mixes by the dry level and writes the wet level back. With no room it
+// is tuned all the same, once: its combs have gains of 0, and the left ear's combs, with no
+// image delays to take, add nothing, so that ear is the dry part alone. Once a room's late
+// field is there and the world changed, the pair is rebuilt and heard.
 TEST_F(Loudspeakers, GlobalLatePairMixesByTheDryLevel) {
     CQUENDARIK_PROCESSOR &engine = CQKSDKTestAccess::Engine(sdk);
     std::lock_guard<qk::CEngineLock> guard(engine.m_csEngine);
@@ -109,10 +110,12 @@ TEST_F(Loudspeakers, GlobalLatePairMixesByTheDryLevel) {
     }
     std::vector<float> out(in.size());
     engine.Reverb_Process(engine.m_ReverbL, engine.m_ReverbR, in.data(), out.data(), 4096, kRate);
-    for (size_t i = 0; i < in.size(); ++i) {
+    for (size_t i = 0; i < 4096; ++i) {
         ASSERT_EQ(out[i], 0.25f * in[i]) << i;
     }
     EXPECT_EQ(engine.m_Parameters.m_fReverbWetLevel, 0.75f);
+    EXPECT_EQ(engine.m_ReverbL.m_fSampleRate, static_cast<float>(kRate));
+    EXPECT_EQ(engine.m_ReverbR.m_fSampleRate, static_cast<float>(kRate));
 
     // In a room, the pair is tuned from the room model.
     CWorld_Utils::Generate_ShoeBox(&engine.m_Parameters.m_World, "6", "6", "4");
