@@ -10,6 +10,11 @@ packages=(
   libfftw3-dev libsamplerate0-dev libasound2-dev
   libmysofa-dev libmysofa1 libmpg123-dev liba52-0.7.4-dev libshp-dev
   pulseaudio libasound2-plugins alsa-utils sox
+  libjack-jackd2-dev
+  jackd2
+  liblo-dev
+  liblo-tools
+  libyaml-cpp-dev
 )
 
 missing=()
