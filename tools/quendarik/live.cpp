@@ -1,6 +1,7 @@
 // quendarik live SCENE, and render and play of a scene file: the scene's sources, trajectories
 // and room through the library's hosted road, to a file, the default device or JACK, steered
 // over OSC.
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -168,7 +169,7 @@ int RunSceneRender(int argc, char **argv) {
             std::remove(part.c_str());
             return 1;
         }
-        Progress(t + static_cast<double>(scene.block) / scene.rate, scene.seconds);
+        Progress(std::min(scene.seconds, t + double(scene.block) / scene.rate), scene.seconds);
     }
     ProgressEnd(scene.seconds);
     engine.StopRecording();
@@ -215,7 +216,7 @@ int RunScenePlay(int argc, char **argv) {
     for (long b = 0; b < blocks && !g_stop.load(); ++b) {
         const double t = static_cast<double>(b) * scene.block / scene.rate;
         engine.Block(t);
-        Progress(t + static_cast<double>(scene.block) / scene.rate, scene.seconds);
+        Progress(std::min(scene.seconds, t + double(scene.block) / scene.rate), scene.seconds);
     }
     ProgressEnd(scene.seconds);
     return 0;
