@@ -127,11 +127,18 @@ bool SceneEngine::Setup(std::string &error) {
     m_sdk.qk_Siml_Set_Convolution(1);  // partitioned: the whole response at any period
     m_sdk.qk_Siml_Set_FileResampling(1);
     if (!m_scene.hrtf.empty()) {
-        if (m_scene.hrtfIsPath) {
-            m_sdk.qk_HRTF_Set_Full(m_scene.hrtf.c_str());
-        } else {
-            m_sdk.qk_HRTF_Set(m_scene.hrtf.c_str());
+        std::string path = m_scene.hrtf;
+        if (!m_scene.hrtfIsPath) {
+            // A name is looked for in the folder of the default set (qk_HRTF_Set would spell
+            // the folder in capitals, which a case-sensitive file system tells apart).
+            char current[512] = {0};
+            m_sdk.qk_HRTF_Get_Full(current);
+            const std::string folder(current);
+            const size_t slash = folder.find_last_of('/');
+            path = (slash == std::string::npos ? std::string() : folder.substr(0, slash + 1)) +
+                   m_scene.hrtf;
         }
+        m_sdk.qk_HRTF_Set_Full(path.c_str());
     }
     m_sdk.qk_Vrcv_Add(m_iListener);
     for (size_t i = 0; i < m_scene.sources.size(); ++i) {
