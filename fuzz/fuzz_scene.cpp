@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     for (double t = -1.0; t < 20.0; t += 0.37) {
         scene.listenerTrajectory.At(t);
-        for (const qkcli::SceneSourceSpec &source : scene.sources) {
+        for (const qkcli::SourceEntry &source : scene.sources) {
             source.trajectory.At(t);
         }
     }

@@ -107,10 +107,9 @@ bool JackLive::Run(BlockHook *hook, std::string &error) {
 
 void JackLive::Connect() {
     for (size_t i = 0; i < m_in.size(); ++i) {
-        const SceneSourceSpec &spec =
-            m_scene.sources[static_cast<size_t>(m_engine->LiveSources()[i])];
-        std::string from = spec.connect;
-        if (from.empty() && spec.kind == SourceKind::Capture) {
+        const SourceEntry &entry = m_scene.sources[static_cast<size_t>(m_engine->LiveSources()[i])];
+        std::string from = entry.connect;
+        if (from.empty() && entry.kind == SourceKind::Capture) {
             from = "system:capture_1";  // the sound card's first input
         }
         if (!from.empty() && jack_connect(m_client, from.c_str(), jack_port_name(m_in[i])) != 0) {

@@ -20,7 +20,7 @@ void onLoError(int num, const char *msg, const char *where) {
 OscServer::OscServer(SceneControls &controls, const SceneFile &scene,
                      std::function<void(const std::string &)> report)
     : m_controls(controls), m_report(std::move(report)) {
-    for (const SceneSourceSpec &source : scene.sources) {
+    for (const SourceEntry &source : scene.sources) {
         m_fedSources.push_back(source.kind == SourceKind::File ? 0 : 1);
     }
     const Pose &l = scene.listener;

@@ -24,8 +24,8 @@ float dbToGain(float db) {
 }
 }  // namespace
 
-std::string PortName(const SceneSourceSpec &spec) {
-    std::string name = spec.name;
+std::string PortName(const SourceEntry &entry) {
+    std::string name = entry.name;
     for (char &c : name) {
         const bool keep = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
                           (c >= '0' && c <= '9') || c == '-' || c == '_';
@@ -79,18 +79,18 @@ bool SceneEngine::SetupRoom(std::string &error) {
     return true;
 }
 
-bool SceneEngine::AddSource(const SceneSourceSpec &spec, std::string &error) {
+bool SceneEngine::AddSource(const SourceEntry &entry, std::string &error) {
     int sound = 0;
     int input = -1;
     const bool live =
-        spec.kind == SourceKind::Jack || (spec.kind == SourceKind::Capture && m_bLiveInputs);
-    if (spec.kind == SourceKind::File) {
-        if (m_sdk.qk_Ssrc_Add_File(sound, spec.file.c_str()) != 0) {
-            error = m_scene.path + ":" + std::to_string(spec.line) + ": " + spec.file +
+        entry.kind == SourceKind::Jack || (entry.kind == SourceKind::Capture && m_bLiveInputs);
+    if (entry.kind == SourceKind::File) {
+        if (m_sdk.qk_Ssrc_Add_File(sound, entry.file.c_str()) != 0) {
+            error = m_scene.path + ":" + std::to_string(entry.line) + ": " + entry.file +
                     ": not a wave, MP3 or AC-3 file";
             return false;
         }
-    } else if (spec.kind == SourceKind::Capture && !live) {
+    } else if (entry.kind == SourceKind::Capture && !live) {
         // The capture source doesn't give its id back: it is the one after the source added
         // just before it, so a silent fed source goes first to tell it.
         int before = 0;
@@ -107,8 +107,9 @@ bool SceneEngine::AddSource(const SceneSourceSpec &spec, std::string &error) {
         }
     }
     int object = 0;
-    m_sdk.qk_Vsrc_Add(object, sound, 0, spec.pose.x, spec.pose.y, spec.pose.z, spec.name.c_str());
-    if (spec.mute) {
+    m_sdk.qk_Vsrc_Add(object, sound, 0, entry.pose.x, entry.pose.y, entry.pose.z,
+                      entry.name.c_str());
+    if (entry.mute) {
         m_sdk.qk_Vsrc_Set_Enable(object, 0);
     }
     m_soundIds.push_back(sound);
@@ -142,10 +143,10 @@ bool SceneEngine::Setup(std::string &error) {
     }
     m_sdk.qk_Vrcv_Add(m_iListener);
     for (size_t i = 0; i < m_scene.sources.size(); ++i) {
-        SceneSourceSpec &spec = m_scene.sources[i];
-        m_controls.sources[i].gain.store(spec.gain, std::memory_order_relaxed);
-        m_controls.sources[i].mute.store(spec.mute ? 1 : 0, std::memory_order_relaxed);
-        if (!AddSource(spec, error)) {
+        SourceEntry &entry = m_scene.sources[i];
+        m_controls.sources[i].gain.store(entry.gain, std::memory_order_relaxed);
+        m_controls.sources[i].mute.store(entry.mute ? 1 : 0, std::memory_order_relaxed);
+        if (!AddSource(entry, error)) {
             return false;
         }
     }
@@ -181,10 +182,10 @@ void SceneEngine::StopRecording() {
 void SceneEngine::FeedSources() {
     const int n = m_iBlock;
     for (size_t i = 0; i < m_scene.sources.size(); ++i) {
-        const SceneSourceSpec &spec = m_scene.sources[i];
+        const SourceEntry &entry = m_scene.sources[i];
         const float gain = dbToGain(m_controls.sources[i].gain.load(std::memory_order_relaxed));
-        if (spec.kind == SourceKind::File ||
-            (spec.kind == SourceKind::Capture && m_inputOf[i] < 0)) {
+        if (entry.kind == SourceKind::File ||
+            (entry.kind == SourceKind::Capture && m_inputOf[i] < 0)) {
             // The library's own sources read their file or device on this thread.
             m_sdk.qk_Ssrc_Gen_Samples_1P(m_soundIds[i], nullptr, n, 16, 2, m_iRate);
             continue;
@@ -194,8 +195,8 @@ void SceneEngine::FeedSources() {
             for (int k = 0; k < n; ++k) {
                 m_feed[static_cast<size_t>(k)] = in[k] * kFullScale * gain;
             }
-        } else if (spec.kind == SourceKind::Noise) {
-            const float scale = kFullScale * dbToGain(spec.level) * gain;
+        } else if (entry.kind == SourceKind::Noise) {
+            const float scale = kFullScale * dbToGain(entry.level) * gain;
             size_t at = m_noiseAt[i];
             for (int k = 0; k < n; ++k) {
                 m_feed[static_cast<size_t>(k)] = m_noiseTable[at] * scale;
@@ -210,6 +211,11 @@ void SceneEngine::FeedSources() {
 }
 
 void SceneEngine::ApplyControls(double t) {
+    // Trajectories move their objects moveRate times a second: a move costs a rebuild.
+    const bool due = m_scene.moveRate <= 0.0 || t >= m_nextMove;
+    if (due && m_scene.moveRate > 0.0) {
+        m_nextMove = std::max(m_nextMove + 1.0 / m_scene.moveRate, t);
+    }
     Pose listener =
         m_scene.listenerTrajectory.Empty() ? m_scene.listener : m_scene.listenerTrajectory.At(t);
     float remote[6];
@@ -219,7 +225,10 @@ void SceneEngine::ApplyControls(double t) {
     }
     if (m_bListenerRemote) {
         listener = m_scene.listener;
+    } else if (!due && !m_scene.listenerTrajectory.Empty()) {
+        listener = m_listenerAt;  // where the trajectory put it last
     }
+    m_listenerAt = listener;
     float look[3];
     LookAtPoint(listener, look);
     m_sdk.qk_Vrcv_Set_Position_LookAt(m_iListener, listener.x, listener.y, listener.z, look[0],
@@ -230,7 +239,7 @@ void SceneEngine::ApplyControls(double t) {
         if (control.position.ReadNew(m_seenPosition[i], place)) {
             m_remoteMoved[i] = true;
             m_sdk.qk_Vsrc_Set_Position(m_objectIds[i], place[0], place[1], place[2]);
-        } else if (!m_remoteMoved[i] && !m_scene.sources[i].trajectory.Empty()) {
+        } else if (due && !m_remoteMoved[i] && !m_scene.sources[i].trajectory.Empty()) {
             const Pose p = m_scene.sources[i].trajectory.At(t);
             m_sdk.qk_Vsrc_Set_Position(m_objectIds[i], p.x, p.y, p.z);
         }

@@ -55,7 +55,7 @@ class SceneEngine {
 
   private:
     bool SetupRoom(std::string &error);
-    bool AddSource(const SceneSourceSpec &spec, std::string &error);
+    bool AddSource(const SourceEntry &entry, std::string &error);
     void FeedSources();
     void ApplyControls(double t);
 
@@ -81,11 +81,13 @@ class SceneEngine {
     std::vector<bool> m_remoteMoved;       // per source: the remote control has moved it
     uint32_t m_seenListener = 0;
     bool m_bListenerRemote = false;
+    Pose m_listenerAt;  // the listener's pose at the last block
     int m_iOrder = -1;
+    double m_nextMove = 0.0;  // s: when the trajectories move their objects next
 };
 
 // The name a source's JACK input port takes: its name with anything but letters, digits, '-'
 // and '_' made '_'.
-std::string PortName(const SceneSourceSpec &spec);
+std::string PortName(const SourceEntry &entry);
 
 }  // namespace qkcli

@@ -56,7 +56,7 @@ class Reader {
     bool Room(const YAML::Node &node, SceneFile &scene);
     bool Output(const YAML::Node &node, SceneFile &scene);
     bool Listener(const YAML::Node &node, SceneFile &scene);
-    bool Source(const YAML::Node &node, const std::string &key, SceneSourceSpec &source);
+    bool Source(const YAML::Node &node, const std::string &key, SourceEntry &source);
     bool Sources(const YAML::Node &node, SceneFile &scene);
 
     std::string m_file;
@@ -329,7 +329,7 @@ bool Reader::Listener(const YAML::Node &node, SceneFile &scene) {
                                          true, scene.listenerTrajectory);
 }
 
-bool Reader::Source(const YAML::Node &node, const std::string &key, SceneSourceSpec &source) {
+bool Reader::Source(const YAML::Node &node, const std::string &key, SourceEntry &source) {
     if (!Keys(node, key,
               {"name", "file", "noise", "capture", "jack", "connect", "position", "trajectory",
                "gain", "mute"})) {
@@ -388,7 +388,7 @@ bool Reader::Sources(const YAML::Node &node, SceneFile &scene) {
         return Fail(node, "sources", "more than " + std::to_string(kMaxSceneSources) + " sources");
     }
     for (size_t i = 0; i < node.size(); ++i) {
-        SceneSourceSpec source;
+        SourceEntry source;
         source.name = "source " + std::to_string(i + 1);
         if (!Source(node[i], "sources[" + std::to_string(i) + "]", source)) {
             return false;
@@ -411,6 +411,8 @@ bool Reader::Scene(const YAML::Node &root, SceneFile &scene) {
          !Number(root["seconds"], "seconds", 0.001, kMaxSceneSeconds, seconds)) ||
         (root["room"] && !Room(root["room"], scene)) ||
         (root["model"] && !Integer(root["model"], "model", 0, 3, scene.model)) ||
+        (root["move_rate"] &&
+         !Number(root["move_rate"], "move_rate", 0.0, 1000.0, scene.moveRate)) ||
         (root["order"] && !Integer(root["order"], "order", 0, 30, scene.order)) ||
         (root["reverb"] && !Float(root["reverb"], "reverb", 0.0, 1.0, scene.reverbDry)) ||
         (root["output"] && !Output(root["output"], scene)) ||

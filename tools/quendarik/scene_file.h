@@ -19,7 +19,7 @@ enum class SourceKind { File, Noise, Capture, Jack };
 enum class RoomKind { None, Preset, ShoeBox, World };
 enum class OutputKind { File, Alsa, Jack };
 
-struct SceneSourceSpec {
+struct SourceEntry {
     std::string name;  // for messages and JACK port names; "source N" when not given
     SourceKind kind = SourceKind::Noise;
     std::string file;      // File: a wave, MP3 or AC-3 file (made absolute)
@@ -52,10 +52,13 @@ struct SceneFile {
     bool connect = false;              // Jack: connect the outputs to the system's playback ports
     std::string client = "quendarik";  // Jack: the client's name
     int oscPort = 0;                   // 0: no OSC server
+    // Times a second the trajectories move their objects (each move rebuilds the object's
+    // responses at the next block); 0: at every block.
+    double moveRate = 50.0;
     Pose listener;
     bool listenerGiven = false;
     Trajectory listenerTrajectory;
-    std::vector<SceneSourceSpec> sources;
+    std::vector<SourceEntry> sources;
 };
 
 // Reads a scene from YAML text. fileName names it in messages; relative paths are taken from

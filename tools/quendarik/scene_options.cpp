@@ -136,6 +136,9 @@ bool ApplySceneOptions(int argc, char **argv, SceneFile &scene, LiveOptions &liv
             if (ok) {
                 placeListener(v, scene);
             }
+        } else if (opt == "--move-rate") {
+            ok = numbers(argc, argv, i, 1, 0.0, 1000.0, v);
+            scene.moveRate = ok ? v[0] : scene.moveRate;
         } else if (opt == "--osc") {
             ok = whole(argc, argv, i, 0, 65535, live.osc);
         } else if (opt == "--client") {
