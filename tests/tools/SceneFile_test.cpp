@@ -35,6 +35,7 @@ reverb: 0.6
 hrtf: sets/mine.qkhrtf
 output: {kind: jack, connect: true, client: qk}
 osc: {port: 9100}
+move_rate: 25
 listener:
   position: [0, 0, 1.7]
   yaw: 90
@@ -64,6 +65,7 @@ sources:
     EXPECT_TRUE(scene.connect);
     EXPECT_EQ(scene.client, "qk");
     EXPECT_EQ(scene.oscPort, 9100);
+    EXPECT_DOUBLE_EQ(scene.moveRate, 25.0);
     // A key without a value keeps the one before it; the first key the listener's own.
     ASSERT_EQ(scene.listenerTrajectory.keys.size(), 2u);
     EXPECT_FLOAT_EQ(scene.listenerTrajectory.keys[0].pose.z, 1.7f);

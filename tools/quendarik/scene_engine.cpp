@@ -156,6 +156,12 @@ bool SceneEngine::Setup(std::string &error) {
     }
     m_seenPosition.assign(m_scene.sources.size(), 0);
     m_remoteMoved.assign(m_scene.sources.size(), false);
+    const size_t objects = m_scene.sources.size() + 1;
+    m_nextMove.resize(objects);
+    for (size_t k = 0; k < objects; ++k) {
+        m_nextMove[k] =
+            m_scene.moveRate > 0.0 ? double(k) / (double(objects) * m_scene.moveRate) : 0.0;
+    }
     m_noiseAt.resize(m_scene.sources.size());
     std::mt19937 rng(1973);
     std::normal_distribution<float> normal(0.0f, 1.0f);
@@ -211,11 +217,20 @@ void SceneEngine::FeedSources() {
 }
 
 void SceneEngine::ApplyControls(double t) {
-    // Trajectories move their objects moveRate times a second: a move costs a rebuild.
-    const bool due = m_scene.moveRate <= 0.0 || t >= m_nextMove;
-    if (due && m_scene.moveRate > 0.0) {
-        m_nextMove = std::max(m_nextMove + 1.0 / m_scene.moveRate, t);
-    }
+    // Trajectories move their objects moveRate times a second, since a move costs a rebuild;
+    // each object in its own turn (the listener first), so that a block takes a share of the
+    // rebuilds rather than all of them at once.
+    const auto due = [&](size_t k) {
+        if (m_scene.moveRate <= 0.0) {
+            return true;
+        }
+        if (t < m_nextMove[k]) {
+            return false;
+        }
+        m_nextMove[k] = std::max(m_nextMove[k] + 1.0 / m_scene.moveRate, t);
+        return true;
+    };
+    const bool listenerDue = due(0);
     Pose listener =
         m_scene.listenerTrajectory.Empty() ? m_scene.listener : m_scene.listenerTrajectory.At(t);
     float remote[6];
@@ -225,7 +240,7 @@ void SceneEngine::ApplyControls(double t) {
     }
     if (m_bListenerRemote) {
         listener = m_scene.listener;
-    } else if (!due && !m_scene.listenerTrajectory.Empty()) {
+    } else if (!listenerDue && !m_scene.listenerTrajectory.Empty()) {
         listener = m_listenerAt;  // where the trajectory put it last
     }
     m_listenerAt = listener;
@@ -239,7 +254,7 @@ void SceneEngine::ApplyControls(double t) {
         if (control.position.ReadNew(m_seenPosition[i], place)) {
             m_remoteMoved[i] = true;
             m_sdk.qk_Vsrc_Set_Position(m_objectIds[i], place[0], place[1], place[2]);
-        } else if (due && !m_remoteMoved[i] && !m_scene.sources[i].trajectory.Empty()) {
+        } else if (!m_remoteMoved[i] && !m_scene.sources[i].trajectory.Empty() && due(i + 1)) {
             const Pose p = m_scene.sources[i].trajectory.At(t);
             m_sdk.qk_Vsrc_Set_Position(m_objectIds[i], p.x, p.y, p.z);
         }

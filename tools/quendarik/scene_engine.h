@@ -83,7 +83,7 @@ class SceneEngine {
     bool m_bListenerRemote = false;
     Pose m_listenerAt;  // the listener's pose at the last block
     int m_iOrder = -1;
-    double m_nextMove = 0.0;  // s: when the trajectories move their objects next
+    std::vector<double> m_nextMove;  // s: when each object's trajectory moves it next
 };
 
 // The name a source's JACK input port takes: its name with anything but letters, digits, '-'

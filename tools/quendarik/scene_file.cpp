@@ -401,7 +401,7 @@ bool Reader::Sources(const YAML::Node &node, SceneFile &scene) {
 bool Reader::Scene(const YAML::Node &root, SceneFile &scene) {
     if (!Keys(root, "",
               {"rate", "block", "seconds", "room", "model", "order", "reverb", "hrtf", "output",
-               "osc", "listener", "sources"})) {
+               "osc", "listener", "sources", "move_rate"})) {
         return false;
     }
     double seconds = scene.seconds;
