@@ -15,6 +15,11 @@ packages=(
   python3-pip
   python3-matplotlib
   libnetcdf-dev
+  libjack-jackd2-dev
+  jackd2
+  liblo-dev
+  liblo-tools
+  libyaml-cpp-dev
 )
 
 missing=()

@@ -42,6 +42,9 @@ class SetWorker {
     bool Write(const SetJob &job, const std::string &folder);
 
   private:
+    // Kills the program once as many files as QK_PRECOMPUTE_KILL_AFTER asks are whole.
+    static void StopWhenAsked();
+
     // The material session, closed after the world that uses it is gone.
     struct Session {
         Session() { qk::table::code4initLow(&code); }

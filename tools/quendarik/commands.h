@@ -16,6 +16,12 @@ int RunWorld(int argc, char **argv);
 int RunMaterials(int argc, char **argv);
 int RunPrecompute(int argc, char **argv);
 int RunIr(int argc, char **argv);
+// A scene file (argv[0], .yaml) and options that override it: as a JACK client, rendered to a
+// file, or played (on the default device, or JACK when the scene says so).
+int RunLive(int argc, char **argv);
+int RunSceneRender(int argc, char **argv);
+int RunScenePlay(int argc, char **argv);
+bool IsSceneFileName(const std::string &arg);
 
 // Fills a world from the arguments FILE.txt|FILE.qkworld, --room W D H or --trapezium WF WB D H
 // (metres); false, after a message for a missing file, when they name no world. The world
