@@ -1,6 +1,7 @@
 #include "osc_server.h"
 
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -81,17 +82,25 @@ bool OscServer::Numbers(const char *types, lo_arg **argv, int argc, int count, f
         return false;
     }
     for (int i = 0; i < count; ++i) {
+        // liblo points into the packet, where arguments are aligned to 4 bytes only: its union
+        // wants 8, so each value is copied out rather than read through the union.
         double v = 0.0;
         switch (types[i]) {
-            case LO_FLOAT:
-                v = argv[i]->f;
+            case LO_FLOAT: {
+                float f = 0.0f;
+                std::memcpy(&f, argv[i], sizeof f);
+                v = f;
                 break;
+            }
             case LO_DOUBLE:
-                v = argv[i]->d;
+                std::memcpy(&v, argv[i], sizeof v);
                 break;
-            case LO_INT32:
-                v = argv[i]->i;
+            case LO_INT32: {
+                int32_t n = 0;
+                std::memcpy(&n, argv[i], sizeof n);
+                v = n;
                 break;
+            }
             default:
                 return false;
         }
