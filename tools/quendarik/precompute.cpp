@@ -25,6 +25,7 @@
 #include "ShardManifest.h"
 #include "ShardPlan.h"
 #include "commands.h"
+#include "jobsize.h"
 #include "platform/FileReplace.h"
 #include "platform/Paths.h"
 #include "platform/Report.h"
@@ -216,18 +217,6 @@ int parse(int argc, char **argv, Options &o) {
     return 0;
 }
 
-std::string bytesText(double bytes) {
-    const char *units[] = {"bytes", "KB", "MB", "GB", "TB", "PB", "EB"};
-    int u = 0;
-    while (bytes >= 1000.0 && u < 6) {
-        bytes /= 1000.0;
-        ++u;
-    }
-    char text[48];
-    std::snprintf(text, sizeof text, u == 0 ? "%.0f %s" : "%.3g %s", bytes, units[u]);
-    return text;
-}
-
 // The size of the shard's job against the free space of the folder's file system: false,
 // after one line with the figures, when it doesn't fit and isn't forced.
 bool jobFits(const ShardPlan &plan, const Options &o, SetWorker &worker) {
@@ -242,15 +231,15 @@ bool jobFits(const ShardPlan &plan, const Options &o, SetWorker &worker) {
     }
     const double each = static_cast<double>(kSetFileHeaderBytes + largest * kSetFileFrameBytes);
     const double need = each * static_cast<double>(plan.Count());
-    std::error_code ec;
-    const fs::space_info space = fs::space(o.out, ec);
-    const double free = static_cast<double>(space.available);
+    const double free = FreeBytes(o.out);
+    const bool unknown = free < 0.0;
     std::fprintf(
         stderr, "quendarik: %llu responses in the set, %llu in this shard, about %s each: %s; %s\n",
         static_cast<unsigned long long>(plan.Total()),
-        static_cast<unsigned long long>(plan.Count()), bytesText(each).c_str(),
-        bytesText(need).c_str(), ec ? "free space unknown" : (bytesText(free) + " free").c_str());
-    if (ec) {
+        static_cast<unsigned long long>(plan.Count()), FormatBytes(each).c_str(),
+        FormatBytes(need).c_str(),
+        unknown ? "free space unknown" : (FormatBytes(free) + " free").c_str());
+    if (unknown) {
         return true;  // a file system that can't tell; the writes will say when it is full
     }
     if (need <= free || o.force) {
@@ -259,8 +248,8 @@ bool jobFits(const ShardPlan &plan, const Options &o, SetWorker &worker) {
     std::fprintf(stderr,
                  "quendarik: precompute: %llu responses of about %s need %s, but %s has %s "
                  "free (a coarser grid, more shards, or --force)\n",
-                 static_cast<unsigned long long>(plan.Count()), bytesText(each).c_str(),
-                 bytesText(need).c_str(), o.out.c_str(), bytesText(free).c_str());
+                 static_cast<unsigned long long>(plan.Count()), FormatBytes(each).c_str(),
+                 FormatBytes(need).c_str(), o.out.c_str(), FormatBytes(free).c_str());
     return false;
 }
 
