@@ -10,6 +10,7 @@
 #include "support/WaveWriter.h"
 
 namespace qktest {
+#ifdef QK_TEST_CLI
 namespace {
 std::string slurp(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
@@ -18,6 +19,7 @@ std::string slurp(const std::string &path) {
     return text.str();
 }
 }  // namespace
+#endif
 
 CliResult RunCli(const std::string &arguments, const std::string &environment, int iTimeout) {
     CliResult result;
