@@ -79,8 +79,8 @@ class CSOURCE_AC3 : public CSOURCE_FILE {
     double m_dScale = 32767.0;
 
   private:
-    // Zeroes samples iFrom..iLength-1 of every channel of the block: the part of a block that
-    // an ended stream didn't fill, when ends are exact.
+    // Zeroes samples iFrom to iLength - 1 of every channel of the block: what an ended stream
+    // left unfilled, when ends are exact.
     void SilenceFrom(int iFrom, int iLength);
 
     CAc3Stream m_stream;
